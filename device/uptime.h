@@ -1,0 +1,4 @@
+#pragma once
+
+// Seconds since the board booted.
+int get_uptime();

@@ -1,0 +1,15 @@
+// Board time: sleeps, the interval timer and the wall clock. On the robot these are the plain
+// system calls. On the simulated board CUSTODO_SIM_TIMESCALE=k makes sleeps and the timer k
+// times shorter while the board's clocks run k times faster, and the wall clock is the
+// board's own, so that the host's clock is never set.
+#pragma once
+#include <sys/time.h>
+
+// Sleeps the full number of seconds: a signal does not cut it short. A cancellation point.
+void board_sleep(unsigned seconds);
+
+// Arms ITIMER_REAL with a first expiry and an interval of `seconds`; setitimer's result.
+int board_interval_timer(unsigned seconds);
+
+int board_gettimeofday(struct timeval* tv, struct timezone* tz);
+int board_settimeofday(const struct timeval* tv, const struct timezone* tz);

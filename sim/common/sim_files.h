@@ -1,0 +1,40 @@
+// The simulated board's own files, below the board root, and the helpers every simulator
+// program shares: the board's counter for time stamps, the time scale, and records.
+#pragma once
+#include <cstdint>
+#include <string>
+
+namespace sim {
+
+// Records and state of the simulator, relative to the board root.
+constexpr const char* kConsoleLog = "sim/console.log";    // the supervisor's output
+constexpr const char* kInitLog = "sim/init.log";          // init: starts, exits, reboots
+constexpr const char* kWatchdogLog = "sim/watchdog.log";  // every watchdog request
+constexpr const char* kToolsLog = "sim/tools.log";        // calls of the stub tools
+constexpr const char* kDaemonsLog = "sim/daemons.log";    // stub daemons: start, signals
+constexpr const char* kClockLog = "sim/clock.log";        // wall-clock sets
+constexpr const char* kWallClock = "sim/wallclock";       // the board's wall clock
+constexpr const char* kMcuState = "sim/mcu/state";        // MCU state set by tests
+constexpr const char* kMcuCalls = "sim/mcu/calls.log";    // every MCU library call
+constexpr const char* kStubModes = "sim/stubs";           // per-name stub daemon behaviour
+constexpr const char* kNtpdateDir = "sim/ntpdate";        // canned ntpdate answers
+constexpr const char* kPcmFile = "sim/pcm.raw";           // samples played through ALSA
+constexpr const char* kRequest = "sim/request";           // power-off or reboot asked of init
+constexpr const char* kControlSocket = "sim/control.sock";
+constexpr const char* kInitPid = "sim/init.pid";          // host pid of the board's init
+constexpr const char* kLock = "sim/board.lock";
+constexpr const char* kFuseDir = "sim/fuse";              // watchdog device, stuck file
+
+// board_root() + "/" + relative.
+std::string file(const char* relative);
+
+// CUSTODO_SIM_TIMESCALE: 1 when unset or not a positive integer.
+unsigned timescale();
+
+// The board's millisecond counter as the supervisor sees it; 0 when it cannot be read.
+uint64_t counter_ms();
+
+// Appends "<counter> <line>\n" to a record file in one write.
+void record(const char* relative, const std::string& line);
+
+}  // namespace sim

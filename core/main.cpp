@@ -1,15 +1,119 @@
+// Custodo, the process supervisor of the robot's application board: started once by the init
+// system, it starts the robot's daemons, watches them and restarts them, and stops them in order.
+#include <sys/mman.h>
+
 #include <cstdio>
 #include <string>
 
+#include "core/event_queue.h"
 #include "core/log_line.h"
+#include "core/main_loop.h"
+#include "core/signals.h"
+#include "core/single_instance.h"
+#include "core/system_mode.h"
+#include "core/timer.h"
+#include "core/update_paths.h"
+#include "core/update_verification.h"
+#include "crash/boot_reason.h"
+#include "crash/crash_counter.h"
+#include "crash/crash_stat.h"
+#include "ipc/receive_thread.h"
 #include "platform/board_paths.h"
+#include "platform/board_time.h"
+#include "process/integrity_check.h"
+#include "process/process_management.h"
+#include "update/boot_flags.h"
+#include "watchdog/hw_watchdog.h"
 
-int main() {
-  std::string why = board_check();
-  if (!why.empty()) {
-    std::fprintf(stderr, "custodo: %s\n", why.c_str());
+namespace {
+
+constexpr const char* kVersion = "v0.00.39";
+constexpr int kSwitchPartitionCrashes = 9;
+constexpr int kRestorePartitionMaxCrashes = 4;
+constexpr unsigned kSwitchPartitionWaitSeconds = 100;
+
+void lock_memory() {
+#ifndef CUSTODO_SANITIZE
+  // The sanitizers' shadow memory is far too large to lock.
+  mlockall(MCL_CURRENT | MCL_FUTURE);
+#endif
+}
+
+std::string config_dir(int argc, char* argv[]) {
+  if (argc == 2) return argv[1];
+  const char* fallback = board_path(BoardPath::ConfigDir);
+  log_line("usage: Custodo [conf path] \n no config file specified, use default path ", fallback);
+  return fallback;
+}
+
+void arm_watchdog() {
+  active_wdog();
+  feed_wdog();
+  deactive_wdog();
+  create_hw_wdog_thread();
+}
+
+}  // namespace
+
+int main(int argc, char* argv[]) {
+  std::string refusal = board_check();
+  if (!refusal.empty()) {
+    std::fprintf(stderr, "custodo: %s\n", refusal.c_str());
     return 1;
   }
-  log_line("version: ", "v0.00.39");
-  return 0;
+  lock_memory();
+
+  _BL_UpdateProgressFlag update_flag = UpdateProgress_Unknown;
+  read_upprog_flag(&update_flag);
+  log_line("UpdateProgress flag = ", static_cast<int>(update_flag));
+  log_line("Update Global flag read = ",
+           _UpdateProgress2String(static_cast<_BL_UpdateProgressFlag>(g_upgrader_flag.load())));
+  int total_crash = get_total_crash();
+  int current_crash = get_current_crash();
+  gStatInfo[4] = static_cast<uint8_t>(total_crash);
+  gStatInfo[5] = static_cast<uint8_t>(current_crash);
+  get_update_info_path();
+  log_line("version: ", kVersion);
+  log_line("crash_time: ", total_crash, " ", current_crash);
+  if (total_crash > kSwitchPartitionCrashes) {
+    // The partition flag was left unrestored: the watchdog's reset boots the other partition.
+    log_line("need to switch to another partition, wait hw watchdog timeout...");
+    board_sleep(kSwitchPartitionWaitSeconds);
+  }
+  if (already_running(board_path(BoardPath::PidFile)) != 0) return 0;
+  force_killall();
+  fl_signalinit();
+  std::string conf_dir = config_dir(argc, argv);
+  arm_watchdog();
+
+  int mode = getsysmode();
+  g_bootreason = merge_boot_reason(mode);
+  check_mcu_readiness(mode);
+  std::string list_path = conf_dir + "/" + process_list_for_mode(mode);
+  ProcessManagement.SetIntegrityFailed(check_integrity(conf_dir) == 0);
+  log_line("##################### 0. done...");
+
+  ProcessManagement.InitialConfig(list_path);
+  log_line("##################### 1. InitialConfig done...");
+  ProcessManagement.CheckAllProcess();
+  log_line("##################### 2. CheckAllProcess done...");
+  ProcessManagement.KillAllProcess(KILL_WAIT);
+  log_line("##################### 3. KillAllProcess done...");
+  ProcessManagement.StartAllProcess();
+  board_sleep(1);
+  log_line("##################### 4. StartAllProcess done...");
+  ProcessManagement.InitialMonitor();
+  log_line("##################### 5. InitialMonitor done...");
+  if (total_crash <= kRestorePartitionMaxCrashes) {
+    restore_partition_flag();
+  } else {
+    // Unrestored, the flag lets the boot loader fall back to the other partition.
+    log_line(" !!!!!!!!!!! not resotre partition flag, will switch partition if the system keep going wrong");
+  }
+  log_line("##################### 6. Restore partition flag done...");
+
+  create_ipc_thread();
+  OS_InitTimer();
+  verify_installed_update(update_flag);
+  run_main_loop();
 }

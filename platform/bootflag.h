@@ -1,9 +1,10 @@
 // The boot loader's flag library (libbootflag): the vendor's on the robot, or the open
 // implementation in platform/open/ that keeps the flags in a U-Boot environment.
 #pragma once
+#include <cstdint>
 
 extern "C" {
-typedef enum {
+typedef enum : int32_t {
   UpdateProgress_Phase_NS = 0,
   UpdateProgress_Phase_0 = 1,
   UpdateProgress_Phase_1 = 2,

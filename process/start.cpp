@@ -1,0 +1,53 @@
+#include <string>
+
+#include "core/log_line.h"
+#include "core/shell.h"
+#include "platform/board_time.h"
+#include "process/process_management.h"
+#include "process/update_phase.h"
+#include "process/upgrader_policy.h"
+#include "update/boot_flags.h"
+
+namespace {
+
+bool contains(const std::string& name, const char* word) {
+  return name.find(word) != std::string::npos;
+}
+
+}  // namespace
+
+int RobotProcessManagement::StartProc(ProcessInfo& rec) {
+  if (contains(rec.Name, "Upgrader")) return start_upgrader(rec.Name);
+
+  if (contains(rec.Name, "CoreCtl")) {
+    int flag = g_upgrader_flag.load(std::memory_order_relaxed);
+    // During an update CoreCtl runs in its updating mode, whatever the list says.
+    if (flag == UpdateProgress_Phase_1) {
+      tq_system("CoreCtl Updating 1&");
+    } else if (flag == UpdateProgress_Phase_2) {
+      tq_system("CoreCtl Updating 2&");
+    } else {
+      tq_system(rec.Cmd.c_str());
+    }
+    return 1;
+  }
+  // This also decides for the helper script quom_client_helper_nomqtt.sh, whose name
+  // contains the client's.
+  if (contains(rec.Name, "quom_client") && cloud_client_held_back()) {
+    log_line("System is updating, phase-2 not start quom_client");
+    return 0;
+  }
+  tq_system(rec.Cmd.c_str());
+  return 1;
+}
+
+void RobotProcessManagement::StartAllProcess() {
+  log_line("++StartAllProcess g_upgrader_flag == ", g_upgrader_flag.load(std::memory_order_relaxed));
+  for (const ProcessInfo& rec : processes) {
+    ProcessInfo copy = rec;
+    StartProc(copy);
+    log_line("sleep ", copy.WaitAfterStart, " s");
+    // A negative value is taken as the unsigned count of seconds it converts to.
+    board_sleep(static_cast<unsigned>(copy.WaitAfterStart));
+  }
+}

@@ -53,8 +53,7 @@ int bind_receive_socket() {
   if (receive_fd >= 0) return receive_fd;
   struct stat dir;
   sockaddr_un addr;
-  if (!socket_dir(&dir) || !socket_address(static_cast<unsigned>(nodeipc_module), &addr))
-    return -1;
+  if (!socket_dir(&dir) || !socket_address(static_cast<unsigned>(nodeipc_module), &addr)) return -1;
   int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   if (fd < 0) return -1;
   // A socket file left by an earlier run of this module would make bind fail.

@@ -52,14 +52,17 @@ const Key* find_key(const std::string& name) {
   return nullptr;
 }
 
-bool whole_number(const std::string& text, long min, long long max, long long* value) {
-  if (text.empty() || text.size() > 20) return false;
+std::string key_names() {
+  std::string names;
+  for (const Key& key : kKeys) names += std::string(" ") + key.name;
+  return names;
+}
+
+bool whole_number(const std::string& text, long long min, long long max) {
   errno = 0;
   char* end = nullptr;
   long long v = std::strtoll(text.c_str(), &end, 10);
-  if (*end != '\0' || errno == ERANGE || v < min || v > max) return false;
-  *value = v;
-  return true;
+  return !text.empty() && *end == '\0' && errno != ERANGE && v >= min && v <= max;
 }
 
 bool decode(const std::string& text, std::string* bytes) {
@@ -85,17 +88,16 @@ bool decode(const std::string& text, std::string* bytes) {
 }
 
 std::string check_value(const Key& key, const std::string& value) {
-  long long number = 0;
   std::string bytes;
   switch (key.kind) {
     case Kind::Link:
       if (value == "up" || value == "down") return "";
       return "link must be up or down";
     case Kind::Number:
-      if (whole_number(value, INT_MIN, INT_MAX, &number)) return "";
+      if (whole_number(value, INT_MIN, INT_MAX)) return "";
       return std::string(key.name) + " must be a whole number";
     case Kind::Seconds:
-      if (whole_number(value, 0, UINT32_MAX, &number)) return "";
+      if (whole_number(value, 0, UINT32_MAX)) return "";
       return std::string(key.name) + " must be seconds from 0 to 4294967295";
     case Kind::Text:
       if (!decode(value, &bytes)) return std::string(key.name) + ": bad escape or line break";
@@ -130,7 +132,7 @@ int save(const McuState& state, std::string* error) {
   if (fd >= 0) ok = close(fd) == 0 && ok;
   if (ok && std::rename(tmp.c_str(), path.c_str()) == 0) return 0;
   if (error) *error = "cannot write " + path + ": " + std::strerror(errno);
-  if (fd >= 0) unlink(tmp.c_str());
+  unlink(tmp.c_str());
   return -1;
 }
 
@@ -155,7 +157,8 @@ int mcu_state_set(const std::vector<std::string>& assignments, std::string* erro
     size_t eq = assignment.find('=');
     const Key* key = eq == std::string::npos ? nullptr : find_key(assignment.substr(0, eq));
     if (key == nullptr) {
-      if (error) *error = "not a known MCU key=value: '" + assignment + "'";
+      if (error)
+        *error = "expected key=value, a key among" + key_names() + ": '" + assignment + "'";
       return -1;
     }
     std::string value = assignment.substr(eq + 1);

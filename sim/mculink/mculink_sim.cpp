@@ -35,7 +35,8 @@ struct Answer {
 Answer answer(const char* result_key) {
   Answer a{sim::mcu_state_load(), false, -1};
   a.up = a.state["link"] == "up";
-  if (a.up) a.result = result_key ? static_cast<int>(sim::mcu_state_number(a.state, result_key)) : 0;
+  if (a.up)
+    a.result = result_key ? static_cast<int>(sim::mcu_state_number(a.state, result_key)) : 0;
   return a;
 }
 
@@ -85,8 +86,10 @@ int check_mcu_mode(int fd) {
 
 int check_mcu_error(int* err) {
   Answer a = answer("error_result");
-  if (a.result > 0 && err != nullptr) *err = static_cast<int>(sim::mcu_state_number(a.state, "error"));
-  record("check_mcu_error " + std::to_string(a.result) + " err=" + (err ? std::to_string(*err) : "-"));
+  if (a.result > 0 && err != nullptr)
+    *err = static_cast<int>(sim::mcu_state_number(a.state, "error"));
+  record("check_mcu_error " + std::to_string(a.result) +
+         " err=" + (err ? std::to_string(*err) : "-"));
   return a.result;
 }
 

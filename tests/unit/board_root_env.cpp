@@ -2,8 +2,8 @@
 // named in CUSTODO_BOARD_ROOT before anything asks for a board path (the paths are fixed on
 // first use). The root holds the directories of every board path and a millisecond counter
 // standing at 0, as on a board that has just booted; it is removed at the end.
-#include <gtest/gtest.h>
 #include <ftw.h>
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -39,8 +39,10 @@ class BoardRootEnv : public ::testing::Environment {
 
   void TearDown() override {
     if (!root_.empty())
-      nftw(root_.c_str(), [](const char* path, const struct stat*, int, FTW*) { return remove(path); },
-           16, FTW_DEPTH | FTW_PHYS);
+      nftw(
+          root_.c_str(),
+          [](const char* path, const struct stat*, int, FTW*) { return remove(path); }, 16,
+          FTW_DEPTH | FTW_PHYS);
   }
 
  private:

@@ -1,3 +1,5 @@
+#include "platform/bootflag.h"
+
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -5,7 +7,6 @@
 #include <string>
 
 #include "platform/board_paths.h"
-#include "platform/bootflag.h"
 #include "sim/common/uboot_env_image.h"
 
 namespace {

@@ -1,10 +1,11 @@
+#include "platform/tqlog.h"
+
 #include <gtest/gtest.h>
 
 #include <fstream>
 #include <string>
 
 #include "platform/board_paths.h"
-#include "platform/tqlog.h"
 
 TEST(StatLog, OneLinePerCallAppended) {
   std::remove(board_path(BoardPath::StatLog));

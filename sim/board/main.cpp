@@ -1,1 +1,71 @@
-int main() { return 0; }
+// custodo-board: the simulated application board. It creates a board root, runs Custodo on
+// it in namespaces of its own, and drives the running board for people and tests alike.
+#include <cstdio>
+#include <cstring>
+
+#include "sim/board/commands.h"
+
+namespace {
+
+struct Command {
+  const char* name;
+  int (*run)(const Args&);
+  const char* help;
+};
+
+const Command kCommands[] = {
+    {"init", cmd_init, "init DIR                      create (or re-initialise) a board root"},
+    {"run", cmd_run,
+     "run DIR [--no-counter] [--no-watchdog] [--custodo PATH] [-- ARGS...]\n"
+     "                                power the board on and run Custodo until Ctrl-C"},
+    {"send", cmd_send, "send DIR ID [PAYLOAD] [--len N]  send any packet (PAYLOAD in hex)"},
+    {"poweroff", cmd_poweroff, "poweroff DIR [PROMPT]         ask the supervisor to power off"},
+    {"reboot", cmd_reboot, "reboot DIR [PROMPT]           ask the supervisor to reboot"},
+    {"quom-reset", cmd_quom_reset, "quom-reset DIR                ask for a cloud-client reset"},
+    {"stage-start", cmd_stage_start, "stage-start DIR STAGE         report an update stage started"},
+    {"stage-done", cmd_stage_done, "stage-done DIR STAGE RESULT   report an update stage done"},
+    {"chimer-reboot", cmd_chimer_reboot, "chimer-reboot DIR             the chimer's reboot request"},
+    {"recv", cmd_recv,
+     "recv DIR MODULE [--timeout S] [--count N]\n"
+     "                                print the packets sent to MODULE: id, length, payload"},
+    {"mcu", cmd_mcu, "mcu DIR key=value...          set the simulated MCU's state"},
+    {"counter", cmd_counter, "counter DIR freeze [MS] | set MS | run\n"
+                             "                                stop, set or restart the counter"},
+    {"wallclock", cmd_wallclock, "wallclock DIR SECONDS [MINUTESWEST]  set the board's wall clock"},
+    {"kill", cmd_kill, "kill DIR NAME [SIGNAL]        signal the board's processes of that name"},
+    {"exec", cmd_exec, "exec DIR -- CMD...            run a command inside the board"},
+    {"hold", cmd_hold, "hold DIR                      hold the supervisor's next restart"},
+    {"release", cmd_release, "release DIR                   release a held restart"},
+    {"daemon", cmd_daemon, "daemon DIR NAME MODE          stub daemon behaviour: hup-exit, "
+                           "hup-ignore, stuck, zombie"},
+    {"unstick", cmd_unstick, "unstick DIR                   answer the waiting stuck reads"},
+    {"ntpdate", cmd_ntpdate, "ntpdate DIR push TEXT | hold | release\n"
+                             "                                queue an ntpdate answer, hold calls"},
+    {"show", cmd_show, "show DIR [console|init|watchdog|mcu|tools|daemons|stat|clock]\n"
+                       "                                the board's state or a record"},
+};
+
+void help() {
+  std::printf("usage: custodo-board COMMAND DIR ...\n\n"
+              "The simulated board of Custodo. DIR is the board root; keep it short (/tmp/cb1).\n\n");
+  for (const Command& c : kCommands) std::printf("  %s\n", c.help);
+}
+
+}  // namespace
+
+int main(int argc, char* argv[]) {
+  if (argc < 2) {
+    help();
+    return 1;
+  }
+  Args args(argv + 2, argv + argc);
+  if (std::strcmp(argv[1], "--help") == 0 || std::strcmp(argv[1], "-h") == 0 ||
+      std::strcmp(argv[1], "help") == 0) {
+    help();
+    return 0;
+  }
+  if (std::strcmp(argv[1], "__init") == 0) return cmd_board_init(args);
+  for (const Command& c : kCommands)
+    if (std::strcmp(argv[1], c.name) == 0) return c.run(args);
+  return fail(std::string("unknown command '") + argv[1] + "' (see custodo-board --help)");
+}

@@ -1,0 +1,114 @@
+#include "sim/board/command_line.h"
+
+#include <fcntl.h>
+#include <ftw.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+
+#include "sim/common/sim_files.h"
+
+int fail(const std::string& message) {
+  std::fprintf(stderr, "custodo-board: %s\n", message.c_str());
+  return 1;
+}
+
+std::string use_root(const std::string& dir) {
+  std::string root = dir;
+  if (root.empty() || root[0] != '/') {
+    char cwd[PATH_MAX];
+    std::string base = getcwd(cwd, sizeof cwd) ? cwd : ".";
+    root = base + "/" + root;
+  }
+  while (root.size() > 1 && root.back() == '/') root.pop_back();
+  setenv("CUSTODO_BOARD_ROOT", root.c_str(), 1);
+  return root;
+}
+
+bool is_board_root(const std::string& root) {
+  struct stat lock{};
+  return stat((root + "/" + sim::kLock).c_str(), &lock) == 0 && S_ISREG(lock.st_mode);
+}
+
+bool board_running(const std::string& root) {
+  int fd = open((root + "/" + sim::kLock).c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return false;
+  bool held = flock(fd, LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+  close(fd);
+  return held;
+}
+
+int need_root(const std::string& dir, std::string* root) {
+  *root = use_root(dir);
+  if (!is_board_root(*root))
+    return fail(dir + " is not a board root (create it with: custodo-board init " + dir + ")");
+  return 0;
+}
+
+int need_running_board(const std::string& dir, std::string* root) {
+  *root = use_root(dir);
+  if (!board_running(*root)) return fail("no board running at " + dir);
+  return 0;
+}
+
+bool parse_number(const std::string& text, unsigned long long max, unsigned long long* value) {
+  if (text.empty() || text[0] == '-' || text[0] == '+' || text[0] == ' ') return false;
+  errno = 0;
+  char* end = nullptr;
+  int base = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X') ? 16 : 10;
+  unsigned long long v = std::strtoull(text.c_str(), &end, base);
+  if (errno != 0 || *end != '\0' || v > max) return false;
+  *value = v;
+  return true;
+}
+
+std::string self_exe() {
+  char path[PATH_MAX];
+  ssize_t n = readlink("/proc/self/exe", path, sizeof path - 1);
+  if (n <= 0) return "custodo-board";
+  path[n] = '\0';
+  return path;
+}
+
+std::string self_dir() {
+  std::string exe = self_exe();
+  size_t slash = exe.rfind('/');
+  return slash == std::string::npos ? "." : exe.substr(0, slash);
+}
+
+bool write_file(const std::string& path, const std::string& content, unsigned mode) {
+  std::string tmp = path + ".tmp";
+  int fd = open(tmp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode);
+  if (fd < 0) return false;
+  bool ok = write(fd, content.data(), content.size()) == static_cast<ssize_t>(content.size());
+  ok = close(fd) == 0 && ok;
+  if (ok) ok = fchmodat(AT_FDCWD, tmp.c_str(), mode, 0) == 0;
+  if (ok) ok = rename(tmp.c_str(), path.c_str()) == 0;
+  if (!ok) unlink(tmp.c_str());
+  return ok;
+}
+
+std::string read_file(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+namespace {
+int remove_entry(const char* path, const struct stat*, int, struct FTW* walk) {
+  if (walk->level == 0) return 0;
+  return remove(path) == 0 ? 0 : -1;
+}
+}  // namespace
+
+bool remove_contents(const std::string& dir) {
+  return nftw(dir.c_str(), remove_entry, 16, FTW_DEPTH | FTW_PHYS | FTW_MOUNT) == 0;
+}

@@ -1,0 +1,57 @@
+#include "sim/board/root_files.h"
+
+#include "sim/common/sim_files.h"
+
+namespace root_files {
+
+std::string process_list() {
+  return "# name,command,key process,kill time-out (s),wait after start (s)\n"
+         "tqlogd,tqlogd &,0,3,0\n"
+         "chimer,chimer &,0,3,0\n"
+         "CoreCtl,CoreCtl &,1,5,0\n"
+         "AppBridge,AppBridge &,0,3,0\n"
+         "netmgrd,netmgrd &,0,3,0\n"
+         "quom_client,quom_client &,0,3,0\n";
+}
+
+std::string process_list_mt() {
+  return "# mobility test: name,command,key process,kill time-out (s),wait after start (s)\n"
+         "tqlogd,tqlogd &,0,3,0\n"
+         "CoreCtl,CoreCtl &,1,5,0\n";
+}
+
+std::string region_table() {
+  return "# region,product number pattern: the first pattern that begins with the product\n"
+         "# number's first five characters wins; none matching means prc\n"
+         "eu,EU001\n"
+         "us,US001\n";
+}
+
+std::string ntp_servers() {
+  return "# NTP servers, asked in turn\n"
+         "time1.example.org\n"
+         "time2.example.org\n";
+}
+
+std::string mcu_firmware_match() { return "MCU_FW_1.0.0\n"; }
+
+std::string kernel_cmdline() {
+  return "console=ttyS0,115200 rootwait ro boot_fs=1 loglevel=4\n";
+}
+
+std::string fw_env_config(const std::string& root) {
+  return "# device or file, offset, size: two copies make a redundant environment\n" + root +
+         "/sim/uboot-env.1 0x0 0x4000\n" + root + "/sim/uboot-env.2 0x0 0x4000\n";
+}
+
+std::string asound_conf(const std::string& root) {
+  return "# Whatever the board plays ends up as raw samples in sim/pcm.raw.\n"
+         "pcm.!default {\n"
+         "  type file\n"
+         "  slave.pcm { type null }\n"
+         "  file \"" + root + "/" + sim::kPcmFile + "\"\n"
+         "  format \"raw\"\n"
+         "}\n";
+}
+
+}  // namespace root_files

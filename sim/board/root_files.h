@@ -1,0 +1,21 @@
+// The texts of a new board root's files: a working sample configuration.
+#pragma once
+#include <string>
+
+namespace root_files {
+
+// The sample process list: stub daemons under the robot's names, CoreCtl the key process.
+std::string process_list();
+// The list of the mobility-test mode: only what that mode needs.
+std::string process_list_mt();
+std::string region_table();
+std::string ntp_servers();
+std::string mcu_firmware_match();
+std::string kernel_cmdline();
+// The redundant U-Boot environment: two copies below sim/.
+std::string fw_env_config(const std::string& root);
+// The default PCM writes raw samples to sim/pcm.raw; self-contained, since it replaces the
+// system's ALSA configuration.
+std::string asound_conf(const std::string& root);
+
+}  // namespace root_files

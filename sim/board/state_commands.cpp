@@ -1,0 +1,147 @@
+// Commands that set the board's state: the MCU, the counter, the wall clock, the init's
+// restart hold, the stub daemons' behaviour, stuck reads and the canned ntpdate answers.
+#include <dirent.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "sim/board/boot.h"
+#include "sim/board/commands.h"
+#include "sim/board/control.h"
+#include "sim/common/sim_files.h"
+#include "sim/common/wallclock.h"
+#include "sim/mculink/mcu_state.h"
+
+namespace {
+
+const char* const kStubModes[] = {"hup-exit", "hup-ignore", "stuck", "zombie"};
+
+int ask_board(const std::string& dir, const std::string& request) {
+  std::string root, answer;
+  if (need_running_board(dir, &root) != 0) return 1;
+  if (!control_request(request, &answer)) return fail("the board at " + dir + " does not answer");
+  if (answer.rfind("ok", 0) != 0) return fail(answer);
+  std::printf("%s\n", answer.substr(answer.size() > 3 ? 3 : answer.size()).c_str());
+  return 0;
+}
+
+bool parse_long(const std::string& text, long long* value) {
+  char* end = nullptr;
+  *value = std::strtoll(text.c_str(), &end, 10);
+  return !text.empty() && *end == '\0';
+}
+
+// The queue's next name: one above the highest, so that names sort in the order pushed.
+std::string next_queue_name(const std::string& queue) {
+  long highest = 0;
+  if (DIR* dir = opendir(queue.c_str())) {
+    while (dirent* entry = readdir(dir)) highest = std::max(highest, std::atol(entry->d_name));
+    closedir(dir);
+  }
+  char name[24];
+  std::snprintf(name, sizeof name, "%06ld", highest + 1);
+  return name;
+}
+
+}  // namespace
+
+int cmd_mcu(const Args& args) {
+  if (args.size() < 2) return fail("usage: custodo-board mcu DIR key=value...");
+  std::string root, error;
+  if (need_root(args[0], &root) != 0) return 1;
+  if (sim::mcu_state_set(Args(args.begin() + 1, args.end()), &error) != 0) return fail(error);
+  return 0;
+}
+
+int cmd_counter(const Args& args) {
+  unsigned long long ms = 0;
+  bool valid = args.size() >= 2 && args.size() <= 3;
+  if (valid && args[1] == "freeze") {
+    valid = args.size() == 2 || parse_number(args[2], UINT64_MAX, &ms);
+  } else if (valid && args[1] == "set") {
+    valid = args.size() == 3 && parse_number(args[2], UINT64_MAX, &ms);
+  } else {
+    valid = valid && args[1] == "run" && args.size() == 2;
+  }
+  if (!valid) return fail("usage: custodo-board counter DIR freeze [MS] | set MS | run");
+  std::string request = "counter " + args[1] + (args.size() == 3 ? " " + args[2] : "");
+  return ask_board(args[0], request);
+}
+
+int cmd_unstick(const Args& args) {
+  if (args.size() != 1) return fail("usage: custodo-board unstick DIR");
+  return ask_board(args[0], "unstick");
+}
+
+int cmd_wallclock(const Args& args) {
+  long long seconds = 0, minuteswest = 0;
+  if (args.size() < 2 || args.size() > 3 || !parse_long(args[1], &seconds) ||
+      (args.size() == 3 && !parse_long(args[2], &minuteswest)))
+    return fail("usage: custodo-board wallclock DIR SECONDS [MINUTESWEST]");
+  std::string root;
+  // Every boot starts the board's clock afresh, so it is set on a running board only.
+  if (need_running_board(args[0], &root) != 0) return 1;
+  int zone = args.size() == 3 ? static_cast<int>(minuteswest) : sim::load_wallclock().minuteswest;
+  sim::set_wallclock(seconds * 1000000, zone, "custodo-board wallclock");
+  return 0;
+}
+
+int cmd_hold(const Args& args) {
+  std::string root;
+  if (args.size() != 1) return fail("usage: custodo-board hold DIR");
+  if (need_root(args[0], &root) != 0) return 1;
+  if (!write_file(sim::file(kHoldFile), "")) return fail("cannot write " + sim::file(kHoldFile));
+  sim::record(sim::kInitLog, "hold");
+  return 0;
+}
+
+int cmd_release(const Args& args) {
+  std::string root;
+  if (args.size() != 1) return fail("usage: custodo-board release DIR");
+  if (need_root(args[0], &root) != 0) return 1;
+  unlink(sim::file(kHoldFile).c_str());
+  sim::record(sim::kInitLog, "release");
+  return 0;
+}
+
+int cmd_daemon(const Args& args) {
+  if (args.size() != 3) return fail("usage: custodo-board daemon DIR NAME MODE");
+  const std::string& name = args[1];
+  const std::string& mode = args[2];
+  bool known = false;
+  for (const char* m : kStubModes) known = known || mode == m;
+  if (!known) return fail("unknown mode " + mode + " (hup-exit, hup-ignore, stuck, zombie)");
+  if (name.empty() || name.find('/') != std::string::npos || name[0] == '.')
+    return fail("bad daemon name: " + name);
+  std::string root;
+  if (need_root(args[0], &root) != 0) return 1;
+  std::string path = sim::file(sim::kStubModes) + "/" + name;
+  if (!write_file(path, mode + "\n")) return fail("cannot write " + path);
+  return 0;
+}
+
+int cmd_ntpdate(const Args& args) {
+  bool push = args.size() == 3 && args[1] == "push";
+  if (!push && !(args.size() == 2 && (args[1] == "hold" || args[1] == "release")))
+    return fail("usage: custodo-board ntpdate DIR push TEXT | hold | release");
+  std::string root;
+  if (need_root(args[0], &root) != 0) return 1;
+  std::string dir = sim::file(sim::kNtpdateDir);
+  if (push) {
+    std::string queue = dir + "/queue";
+    std::string text = args[2];
+    if (text.empty() || text.back() != '\n') text += '\n';  // as the real tool prints it
+    std::string path = queue + "/" + next_queue_name(queue);
+    if (!write_file(path, text)) return fail("cannot write " + path);
+  } else if (args[1] == "hold") {
+    if (!write_file(dir + "/hold", "")) return fail("cannot write " + dir + "/hold");
+  } else {
+    unlink((dir + "/hold").c_str());
+  }
+  return 0;
+}

@@ -177,6 +177,7 @@ bool board_fs_mount(const std::string& mountpoint, std::string* error) {
   char* argv[] = {program, option, name, nullptr};
   fuse_args args = FUSE_ARGS_INIT(3, argv);
   session = fuse_session_new(&args, &ops, sizeof ops, nullptr);
+  fuse_opt_free_args(&args);
   if (session == nullptr) {
     *error = "cannot start the board's file system";
     return false;

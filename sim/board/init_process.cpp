@@ -173,10 +173,11 @@ int cmd_board_init(const Args& args) {
   start_supervisor();
   bool holding = false;
   for (;;) {
-    reap();
+    // The request first: the tools ask before the supervisor that ran them exits.
     std::string request = take_request();
     if (request == "poweroff" || request == "reboot") go_down(request == "reboot");
     if (!request.empty()) board_event("unknown request '" + request + "' ignored");
+    reap();
     if (supervisor < 0 && !respawn_stopped) {
       if (held()) {
         if (!holding) board_event("restart held");

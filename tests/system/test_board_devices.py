@@ -1,0 +1,42 @@
+"""The board's other devices as the system's programs see them: the boot loader's flags, the
+MCU state, and the sound output."""
+
+import struct
+import subprocess
+import wave
+
+IDLE = ["-c", "sleep 3600"]
+
+
+def test_boot_loader_flags_are_a_redundant_uboot_environment(board):
+    config = ["-c", board.path("etc/fw_env.config")]
+    printenv = lambda: subprocess.run(["fw_printenv", *config], capture_output=True, text=True,
+                                      check=True).stdout.split()
+    assert printenv() == ["partition_flag_1=1", "partition_flag_2=1", "update_progress_flag=0"]
+    # A write goes to the older copy and must be what the next reader sees.
+    subprocess.run(["fw_setenv", *config, "update_progress_flag", "3"], check=True)
+    subprocess.run(["fw_setenv", *config, "partition_flag_2", "0"], check=True)
+    assert printenv() == ["partition_flag_1=1", "partition_flag_2=0", "update_progress_flag=3"]
+
+
+def test_mcu_state_is_set_whole_or_not_at_all(board):
+    board.mcu(link="down", mode=5, pn="XY12345")
+    state = board.tool("show", "mcu").stdout.splitlines()
+    assert {"link=down", "mode=5", "pn=XY12345"} <= set(state)
+    refused = board.tool("mcu", "mode=7", "colour=blue", check=False)
+    assert refused.returncode == 1 and "colour" in refused.stderr
+    assert "mode=5" in board.tool("show", "mcu").stdout.splitlines()
+
+
+def test_played_sound_lands_in_the_pcm_file(board, tmp_path):
+    frames = b"".join(struct.pack("<h", (i * 37) % 20000 - 10000) for i in range(4000))
+    prompt = tmp_path / "prompt.wav"
+    with wave.open(str(prompt), "wb") as w:
+        w.setnchannels(1)
+        w.setsampwidth(2)
+        w.setframerate(16000)
+        w.writeframes(frames)
+    board.run(custodo="/bin/sh", args=IDLE)
+    played = board.exec("aplay", "-q", str(prompt))
+    assert played.returncode == 0, played.stderr
+    assert board.read("sim/pcm.raw", "rb") == frames

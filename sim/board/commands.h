@@ -27,6 +27,3 @@ int cmd_show(const Args& args);
 
 // The board's init, PID 1 of a booted board (hidden: `run` starts it).
 int cmd_board_init(const Args& args);
-
-// Whether the longest socket name below the root fits a Unix socket address.
-bool root_fits_sockets(const std::string& root);

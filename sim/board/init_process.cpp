@@ -1,11 +1,9 @@
 // The board's init, PID 1 of the board's namespaces. Like the robot's init system it starts
 // the supervisor, restarts it whenever it exits, reaps every orphan at once, and carries out
 // the power-off or reboot that the stub `shutdown` and `reboot` ask for with SIGUSR1.
-#include <linux/capability.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -21,6 +19,7 @@
 #include "sim/board/board_clock.h"
 #include "sim/board/board_events.h"
 #include "sim/board/boot.h"
+#include "sim/board/capabilities.h"
 #include "sim/board/commands.h"
 #include "sim/board/control.h"
 #include "sim/common/sim_files.h"
@@ -47,24 +46,6 @@ void prepare_namespaces(const std::string& root) {
     board_event("cannot mount the board's /proc: " + std::string(std::strerror(errno)));
   // Relative paths of the board's programs land in the board root.
   if (chdir(root.c_str()) != 0) board_event("cannot enter the board root " + root);
-}
-
-// A safety net under the board-time seam: nothing on the board may set the host's clock or
-// reboot the host.
-void drop_host_capabilities() {
-  const int caps[] = {CAP_SYS_TIME, CAP_SYS_BOOT};
-  for (int cap : caps) prctl(PR_CAPBSET_DROP, cap, 0, 0, 0);
-  __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
-  __user_cap_data_struct data[2] = {};
-  bool done = syscall(SYS_capget, &header, data) == 0;
-  for (int cap : caps) {
-    uint32_t bit = 1u << (cap % 32);
-    data[cap / 32].effective &= ~bit;
-    data[cap / 32].permitted &= ~bit;
-    data[cap / 32].inheritable &= ~bit;
-  }
-  if (!done || syscall(SYS_capset, &header, data) != 0)
-    board_event("cannot drop the clock and reboot capabilities");
 }
 
 void setup_signals() {
@@ -168,7 +149,7 @@ int cmd_board_init(const Args& args) {
   use_root(args[0]);
   command.assign(args.begin() + 1, args.end());
   prepare_namespaces(args[0]);
-  drop_host_capabilities();
+  if (!drop_host_capabilities()) board_event("cannot drop the clock and reboot capabilities");
   setup_signals();
   start_supervisor();
   bool holding = false;

@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "sim/board/capabilities.h"
 #include "sim/board/commands.h"
 #include "sim/common/sim_files.h"
 
@@ -45,7 +46,8 @@ pid_t board_init() {
   return pid > 1 ? pid : -1;
 }
 
-// Joins the init's IPC, PID and mount namespaces; the PID namespace applies to our children.
+// Joins the init's IPC, PID and mount namespaces (the PID namespace applies to our children)
+// and gives up what the board's processes may not have.
 bool enter_board(pid_t init, std::string* error) {
   const char* kinds[] = {"ipc", "pid", "mnt"};
   int fds[3];
@@ -64,6 +66,11 @@ bool enter_board(pid_t init, std::string* error) {
       joined = false;
     }
     close(fds[i]);
+  }
+  // What runs inside the board is held to the board's rules, like its init's children.
+  if (joined && !drop_host_capabilities()) {
+    *error = "cannot drop the clock and reboot capabilities";
+    joined = false;
   }
   return joined;
 }

@@ -6,8 +6,10 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "platform/board_paths.h"
 #include "sim/board/commands.h"
@@ -121,14 +123,15 @@ void populate(Layout& at, const std::string& root) {
   at.check(sim::mcu_state_reset(&error) == 0, "cannot write the MCU state: " + error);
 }
 
-}  // namespace
-
+// Whether the longest socket names below the root (a module number of three digits, the
+// control socket) fit a Unix socket address.
 bool root_fits_sockets(const std::string& root) {
-  // The longest socket names: a module number of three digits, and the control socket.
   size_t longest = root.size() + std::max(std::strlen("/run/nodeipc/255"),
                                           std::strlen("/") + std::strlen(sim::kControlSocket));
   return longest < sizeof(sockaddr_un::sun_path);
 }
+
+}  // namespace
 
 int cmd_init(const Args& args) {
   if (args.size() != 1) return fail("usage: custodo-board init DIR");

@@ -26,6 +26,15 @@ def test_two_boards_do_not_see_each_others_processes_queues_or_sockets(make_boar
     assert rx.packets == []
 
 
+def test_board_processes_cannot_set_the_host_clock_or_reboot_it(board):
+    board.run(custodo="/bin/sh", args=IDLE)
+    status = board.exec("sh", "-c", "grep -H -E '^Cap(Eff|Prm|Bnd)' /proc/1/status /proc/2/status "
+                                    "/proc/self/status").stdout.split("\n")
+    masks = [int(line.split()[1], 16) for line in status if line]
+    no_time_no_boot = (1 << 25) | (1 << 22)
+    assert len(masks) == 9 and all(mask & no_time_no_boot == 0 for mask in masks)
+
+
 def test_custodo_run_until_ctrl_c_leaves_nothing_behind(board):
     board.run()
     board.wait_console("##################### 6. Restore partition flag done...")

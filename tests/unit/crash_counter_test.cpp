@@ -1,0 +1,74 @@
+#include "crash/crash_counter.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+
+#include "platform/board_paths.h"
+#include "tests/unit/captured_log.h"
+
+namespace {
+
+const char* counter_file() { return board_path(BoardPath::FailureCount); }
+
+void write_counter(const char* text) {
+  if (text == nullptr) {
+    std::remove(counter_file());
+    return;
+  }
+  std::ofstream(counter_file(), std::ios::trunc) << text;
+}
+
+std::string read_counter() {
+  std::ifstream in(counter_file());
+  std::stringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+}  // namespace
+
+TEST(CrashCounter, DecodesAddsAndClears) {
+  struct Row {
+    const char* file;  // nullptr: no file
+    int total, current;
+    const char* after_add;
+    const char* add_line;
+  };
+  const Row rows[] = {
+      {nullptr, 0, 0, "1", "add_crash_time total = 1 value = 1"},
+      {"258", 7, 2, "259", "add_crash_time total = 8 value = 259"},
+      {"4", 4, 4, "256", "add_crash_time total = 5 value = 256"},
+      {"514", 12, 2, "515", "add_crash_time total = 13 value = 515"},
+      {"300", 49, 44, "2560", "add_crash_time total = 50 value = 2560"},
+      {"", 0, 0, "1", "add_crash_time total = 1 value = 1"},
+      {" 7junk", 7, 7, "259", "add_crash_time total = 8 value = 259"},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.file ? row.file : "(no file)");
+    write_counter(row.file);
+    EXPECT_EQ(get_total_crash(), row.total);
+    EXPECT_EQ(get_current_crash(), row.current);
+    auto log = captured_log([] { add_crash_time(); });
+    ASSERT_EQ(log.size(), 1u);
+    EXPECT_EQ(log[0], row.add_line);
+    EXPECT_EQ(read_counter(), row.after_add);
+  }
+  write_counter("258");
+  auto log = captured_log([] { EXPECT_EQ(clear_crash_time(), 0); });
+  EXPECT_EQ(log.front(), std::string("tq_system: rm -rf ") + counter_file());
+  EXPECT_EQ(get_total_crash(), 0);
+}
+
+TEST(CrashCounter, QuietPeriodComesFromTheEnvironment) {
+  unsetenv("CRASH_IGNORE_MIN");
+  EXPECT_EQ(get_crash_ignore_time(), 600);
+  setenv("CRASH_IGNORE_MIN", "30", 1);
+  EXPECT_EQ(get_crash_ignore_time(), 30);
+  setenv("CRASH_IGNORE_MIN", "x", 1);
+  EXPECT_EQ(get_crash_ignore_time(), 0);
+  unsetenv("CRASH_IGNORE_MIN");
+}

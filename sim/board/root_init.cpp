@@ -1,7 +1,6 @@
 // `custodo-board init DIR`: a board root with the board's files at their usual paths, a
 // sample configuration, the stub daemons and tools, and the simulator's own directory sim/.
 #include <dirent.h>
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -11,7 +10,6 @@
 #include <cstring>
 #include <utility>
 
-#include "platform/board_paths.h"
 #include "sim/board/commands.h"
 #include "sim/board/command_line.h"
 #include "sim/board/root_files.h"

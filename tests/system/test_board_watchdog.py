@@ -32,8 +32,8 @@ OPENED = ["open", "settimeout 16", "funcconfig 1", "enable", "keepalive",
 
 @pytest.mark.parametrize("mode", ["armed", "magic"])
 def test_watchdog_records_requests_and_resets_only_when_left_armed(board, mode):
-    # 16 s of board time pass in one second.
-    board.run(custodo=sys.executable, args=["-c", CLIENT, mode], env={"CUSTODO_SIM_TIMESCALE": "16"})
+    # 16 s of board time pass in half a second.
+    board.run(custodo=sys.executable, args=["-c", CLIENT, mode], env={"CUSTODO_SIM_TIMESCALE": "32"})
     assert board.wait_console("unknown request:") == "unknown request: 25"  # ENOTTY
     if mode == "armed":
         assert board.wait_exit() == 0

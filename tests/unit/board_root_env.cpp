@@ -29,6 +29,8 @@ class BoardRootEnv : public ::testing::Environment {
     ASSERT_NE(mkdtemp(dir), nullptr);
     root_ = dir;
     setenv("CUSTODO_BOARD_ROOT", dir, 1);
+    // Board sleeps (a pause after an update phase, kill time-outs) take milliseconds here.
+    setenv("CUSTODO_SIM_TIMESCALE", "1000", 1);
     for (int i = 0; i < static_cast<int>(BoardPath::Count); ++i) {
       std::string path = board_path(static_cast<BoardPath>(i));
       make_dirs(path.substr(0, path.rfind('/')));

@@ -8,24 +8,9 @@
 
 #include "platform/board_paths.h"
 #include "sim/common/uboot_env_image.h"
+#include "tests/unit/boot_environment.h"
 
 namespace {
-
-constexpr size_t kEnvSize = 0x4000;
-
-// A board whose boot-loader environment holds `vars`, in one copy or in two.
-void make_environment(bool redundant, const sim::EnvVars& vars) {
-  std::string copies[] = {board_root() + "/sim/env.a", board_root() + "/sim/env.b"};
-  std::ofstream config(board_path(BoardPath::FwEnvConfig), std::ios::trunc);
-  for (int i = 0; i < (redundant ? 2 : 1); ++i) {
-    ASSERT_TRUE(sim::write_uboot_env(copies[i], kEnvSize, redundant, vars));
-    config << copies[i] << " 0x0 0x4000\n";
-  }
-}
-
-void write_cmdline(const std::string& text) {
-  std::ofstream(board_path(BoardPath::KernelCmdline), std::ios::trunc) << text;
-}
 
 const sim::EnvVars kFlags = {
     {"partition_flag_1", "1"}, {"partition_flag_2", "0"}, {"update_progress_flag", "4"}};

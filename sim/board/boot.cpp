@@ -2,11 +2,13 @@
 
 #include <fcntl.h>
 #include <sched.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -51,7 +53,11 @@ std::vector<char*> pointers(std::vector<std::string>& texts) {
 // The process between us and the board: it creates the namespaces, forks the init into them
 // and relays the init's exit status. Only system calls from here on: we were forked from a
 // process with threads.
-[[noreturn]] void relay(int console, int report, const char* exe, char** argv, char** envp) {
+[[noreturn]] void relay(pid_t outer, int console, int report, const char* exe, char** argv,
+                        char** envp) {
+  // Should custodo-board be killed outright, the board goes with it.
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  if (getppid() != outer) _exit(kNoNamespaces);
   setsid();  // the terminal's Ctrl-C is for custodo-board, not for the board's processes
   int console_copy = fcntl(console, F_DUPFD_CLOEXEC, 100);
   int report_copy = fcntl(report, F_DUPFD_CLOEXEC, 101);
@@ -64,6 +70,7 @@ std::vector<char*> pointers(std::vector<std::string>& texts) {
   }
   pid_t init = fork();
   if (init == 0) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
     close(kReportFd);
     int null = open("/dev/null", O_RDONLY);
     dup2(null, STDIN_FILENO);
@@ -94,8 +101,9 @@ pid_t boot_start(const BootPlan& plan, int number, pid_t* init) {
 
   int report[2];
   if (pipe2(report, O_CLOEXEC) != 0) return -1;
+  pid_t outer = getpid();
   pid_t relay_pid = fork();
-  if (relay_pid == 0) relay(plan.console, report[1], exe.c_str(), argv.data(), envp.data());
+  if (relay_pid == 0) relay(outer, plan.console, report[1], exe.c_str(), argv.data(), envp.data());
   close(report[1]);
   *init = -1;
   if (relay_pid > 0 && read(report[0], init, sizeof *init) != sizeof *init) *init = -1;

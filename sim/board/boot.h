@@ -9,6 +9,7 @@
 // How the init tells the outer process why it ended.
 constexpr int kInitPowerOff = 10;
 constexpr int kInitReboot = 11;
+constexpr int kInitStopped = 12;  // the supervisor was asked to stop and did, or ran out of time
 
 // While this file exists below the root, the init does not restart the supervisor.
 constexpr const char* kHoldFile = "sim/hold";

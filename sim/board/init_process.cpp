@@ -30,6 +30,7 @@ constexpr int kConsoleFd = 3;
 constexpr size_t kRespawnLimit = 10;     // exits within the window that stop respawning
 constexpr uint64_t kRespawnWindowMs = 5000;
 constexpr int kShutdownWaitMs = 5000;    // for the supervisor to finish after its request
+constexpr int kStopWaitMs = 60000;       // for the supervisor to stop its daemons on Ctrl-C
 
 std::vector<std::string> command;  // the supervisor and its arguments
 pid_t supervisor = -1;
@@ -102,10 +103,26 @@ void reap() {
     if (pid == supervisor) supervisor_exited(status);
 }
 
-void wait_signal(int timeout_ms) {
+// The signal that came, or 0 after the time-out.
+int wait_signal(int timeout_ms) {
   timespec timeout{timeout_ms / 1000, (timeout_ms % 1000) * 1000000L};
   siginfo_t info;
-  sigtimedwait(&waited_signals, &info, &timeout);
+  int sig = sigtimedwait(&waited_signals, &info, &timeout);
+  return sig > 0 ? sig : 0;
+}
+
+// Waits up to `ms` for the supervisor to exit, reaping; false when it still runs. A stop
+// signal cuts the wait short.
+bool wait_supervisor_exit(int ms) {
+  uint64_t deadline = sim::host_monotonic_us() / 1000 + static_cast<uint64_t>(ms);
+  for (;;) {
+    reap();
+    int64_t left = static_cast<int64_t>(deadline) - static_cast<int64_t>(sim::host_monotonic_us() / 1000);
+    if (supervisor < 0) return true;
+    if (left <= 0) return false;
+    int sig = wait_signal(static_cast<int>(std::min<int64_t>(left, 100)));
+    if (sig == SIGINT || sig == SIGTERM) return false;
+  }
 }
 
 std::string take_request() {
@@ -123,18 +140,25 @@ std::string take_request() {
 // then the board goes down with every process in it.
 [[noreturn]] void go_down(bool reboot) {
   board_event(reboot ? "reboot requested" : "power-off requested");
-  uint64_t deadline = sim::host_monotonic_us() / 1000 + kShutdownWaitMs;
-  for (;;) {
-    reap();
-    int64_t left = static_cast<int64_t>(deadline) - sim::host_monotonic_us() / 1000;
-    if (supervisor < 0 || left <= 0) break;
-    wait_signal(static_cast<int>(std::min<int64_t>(left, 100)));
-  }
-  if (supervisor > 0)
+  if (!wait_supervisor_exit(kShutdownWaitMs))
     board_event("supervisor pid " + std::to_string(supervisor) + " still running after 5 s");
   std::string answer;
   control_request("halt", &answer);
   _exit(reboot ? kInitReboot : kInitPowerOff);
+}
+
+// Ctrl-C or SIGTERM on the board: the supervisor gets the same signal, as from a console, and
+// stops its daemons; then the board goes down. A second signal does not wait any longer.
+[[noreturn]] void stop_board(int sig) {
+  if (supervisor > 0) {
+    board_event("signal " + std::to_string(sig) + " to supervisor pid " + std::to_string(supervisor));
+    kill(supervisor, sig);
+    if (!wait_supervisor_exit(kStopWaitMs))
+      board_event("supervisor pid " + std::to_string(supervisor) + " did not stop");
+  }
+  std::string answer;
+  control_request("halt", &answer);
+  _exit(kInitStopped);
 }
 
 bool held() {
@@ -163,7 +187,7 @@ int cmd_board_init(const Args& args) {
       if (held()) {
         if (!holding) board_event("restart held");
         holding = true;
-        wait_signal(20);
+        if (int sig = wait_signal(20); sig == SIGINT || sig == SIGTERM) stop_board(sig);
         continue;
       }
       if (holding) board_event("restart released");
@@ -171,6 +195,6 @@ int cmd_board_init(const Args& args) {
       board_event("restart");
       start_supervisor();
     }
-    wait_signal(1000);
+    if (int sig = wait_signal(1000); sig == SIGINT || sig == SIGTERM) stop_board(sig);
   }
 }

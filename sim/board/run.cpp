@@ -100,16 +100,23 @@ void stop_board(pid_t relay, pid_t init) {
   wait_relay(relay, &status);
 }
 
+// Ctrl-C or SIGTERM asks the board's init to stop the supervisor, which stops its daemons;
+// a second one, or SIGQUIT, pulls the plug at once.
 Outcome watch(pid_t relay, pid_t init, int signals, int* detail) {
   pollfd fd{signals, POLLIN, 0};
+  int stopping = 0;
   for (;;) {
     if (poll(&fd, 1, 10) > 0) {
       signalfd_siginfo info{};
-      if (read(signals, &info, sizeof info) == sizeof info &&
-          (info.ssi_signo == SIGINT || info.ssi_signo == SIGTERM)) {
-        *detail = static_cast<int>(info.ssi_signo);
+      int sig = read(signals, &info, sizeof info) == sizeof info ? static_cast<int>(info.ssi_signo) : 0;
+      if (sig == SIGQUIT || ((sig == SIGINT || sig == SIGTERM) && stopping != 0)) {
+        *detail = sig;
         stop_board(relay, init);
         return Outcome::Interrupted;
+      }
+      if (sig == SIGINT || sig == SIGTERM) {
+        stopping = sig;
+        if (init > 0) kill(init, sig);
       }
     }
     int status = 0;
@@ -117,6 +124,10 @@ Outcome watch(pid_t relay, pid_t init, int signals, int* detail) {
       *detail = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
       if (*detail == kInitReboot) return Outcome::Reboot;
       if (*detail == kInitPowerOff) return Outcome::PowerOff;
+      if (*detail == kInitStopped && stopping != 0) {
+        *detail = stopping;
+        return Outcome::Interrupted;
+      }
       return Outcome::InitFailed;
     }
     if (watchdog_expired()) {
@@ -154,7 +165,8 @@ int run_boots(const BootPlan& plan, int signals) {
         board_event("end of run: watchdog reset");
         return 0;
       case Outcome::Interrupted:
-        board_event(std::string("end of run: ") + (detail == SIGINT ? "interrupted" : "terminated"));
+        board_event(std::string("end of run: ") +
+                    (detail == SIGINT ? "interrupted" : detail == SIGTERM ? "terminated" : "quit"));
         return 0;
       case Outcome::InitFailed:
         board_event("end of run: the board's init ended with status " + std::to_string(detail));
@@ -172,7 +184,7 @@ bool private_mounts() {
 int power_on(const RunOptions& options, const std::string& root) {
   sigset_t stop_signals;
   sigemptyset(&stop_signals);
-  for (int sig : {SIGINT, SIGTERM, SIGCHLD}) sigaddset(&stop_signals, sig);
+  for (int sig : {SIGINT, SIGTERM, SIGQUIT, SIGCHLD}) sigaddset(&stop_signals, sig);
   // Blocked before any thread starts, so that only the signalfd below takes them.
   sigprocmask(SIG_BLOCK, &stop_signals, nullptr);
   signal(SIGPIPE, SIG_IGN);

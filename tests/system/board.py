@@ -193,7 +193,8 @@ class Board:
         return status
 
     def stop(self, sig=signal.SIGTERM, timeout=30):
-        """Stops the run as Ctrl-C or a service manager would; returns its exit status."""
+        """Stops the run; returns its exit status. SIGTERM (a service manager) and SIGINT
+        (Ctrl-C) reach the supervisor, which stops its daemons first; SIGQUIT pulls the plug."""
         self.proc.send_signal(sig)
         return self.wait_exit(timeout)
 
@@ -231,7 +232,7 @@ class Board:
         """Teardown: stops a run still going and removes the root."""
         try:
             if self.proc is not None:
-                self.stop()
+                self.stop(signal.SIGQUIT)
         finally:
             if self.proc is not None:
                 self.proc.kill()

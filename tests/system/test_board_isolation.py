@@ -36,7 +36,7 @@ def test_board_processes_cannot_set_the_host_clock_or_reboot_it(board):
 
 
 def test_custodo_run_until_ctrl_c_leaves_nothing_behind(board):
-    board.run()
+    board.run(env={"CUSTODO_SIM_TIMESCALE": "8"})
     board.wait_console("##################### 6. Restore partition flag done...")
     for daemon in ("tqlogd", "chimer", "CoreCtl", "AppBridge", "netmgrd", "quom_client"):
         board.wait_record("daemons", daemon + " ")
@@ -44,8 +44,13 @@ def test_custodo_run_until_ctrl_c_leaves_nothing_behind(board):
     with board.receiver(8) as rx:
         board.tool("quom-reset")
     assert [p.id for p in rx.packets] == [0x0807032F]
+    board.wait_console("StartProc finished")  # the cloud client is back
     assert board.stop(signal.SIGINT) == 0  # also checks that nothing is left
-    assert board.texts("init")[-1] == "end of run: interrupted"
+    # Ctrl-C reaches the supervisor, which stops its daemons, last started first.
+    assert board.texts("init")[-3:] == ["signal 2 to supervisor pid 2",
+                                        "supervisor pid 2 exit status 2", "end of run: interrupted"]
+    stopped = [line.split()[-1] for line in board.console() if " Kill Process: " in line]
+    assert stopped == ["quom_client", "netmgrd", "AppBridge", "CoreCtl", "chimer", "tqlogd"]
 
 
 def test_bad_input_is_refused_with_a_clear_error(board, tmp_path):

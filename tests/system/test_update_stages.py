@@ -11,7 +11,8 @@ import pytest
 
 from board import Record, wait_for
 from supervisor_log import FAST, PHASE_6, TAG, after, boot_flags, in_order, messages, set_boot_flags
-from test_messages import RECEIVED, SHUTDOWN_ACK, STAGE_START, listening, packet, to_supervisor
+from test_messages import (RECEIVED, SHUTDOWN_ACK, STAGE_START, listening, packet, run,
+                           to_supervisor)
 
 INSTALL_VERIFY, UPDATE_INTERNAL_ERROR = 0x01070778, 0x0107077B
 PROBE = 0x07010099  # an id nobody handles
@@ -68,8 +69,7 @@ def set_lines(flag):
 def test_update_runs_through_its_phases_across_reboots(board):
     with open(board.path(PACKAGE), "w") as f:
         f.write("package\n")
-    board.run(env=FAST)
-    bound = listening(board)
+    bound = run(board)
 
     assert handled(board, "stage-start", 1) == [
         START, "UpdatePhase (Phase 0) start", *set_lines("UpdateProgress_Phase_0")]
@@ -135,8 +135,7 @@ def test_failed_install_is_reported_and_the_update_cleared(board, flag, phase, p
         os.makedirs(board.path(package_dir))
         with open(board.path(package_dir + "/fw.inf"), "w") as f:
             f.write("package\n")
-    board.run(env=env)
-    listening(board)
+    run(board, env)
     set_boot_flags(board, update_progress_flag=flag, partition_flag_2=0)
     assert reboot_for_verification(board, 2) == ((phase + 1, 2), bytes(24))
     removal = ["deleting pkginf file " + board.path(package_dir + "/fw.inf")] if package_dir \
@@ -151,8 +150,7 @@ def test_failed_install_is_reported_and_the_update_cleared(board, flag, phase, p
 
 
 def test_unknown_stages_and_results(board):
-    board.run(env=FAST)
-    listening(board)
+    run(board)
     cleared = ["Clear update progress flag", "Set return = 0",
                "Set global update flag =UpdateProgress_Phase_NS"]
     cases = [
@@ -180,8 +178,7 @@ def test_unknown_stages_and_results(board):
 def test_updater_runs_for_a_started_stage_and_is_given_up_when_it_keeps_dying(board):
     with open(board.path("opt/belvane/watchdog/ProcessList.conf"), "a") as f:
         f.write("Upgrader,Upgrader &,0,3,0\n")
-    board.run(env=FAST)
-    listening(board)
+    run(board)
     launches = lambda: [t for t in board.texts("daemons")
                         if re.fullmatch(r"Upgrader \d+ start.*", t)]
     assert launches() == []  # no stage has begun

@@ -1,5 +1,8 @@
 #include "core/signals.h"
 
+#include <pthread.h>
+#include <unistd.h>
+
 #include <csignal>
 #include <cstdlib>
 
@@ -14,9 +17,11 @@
 namespace {
 constexpr int kHandledSignals[] = {SIGTERM, SIGINT,  SIGQUIT, SIGSEGV, SIGBUS,  SIGUSR1,
                                    SIGUSR2, SIGILL,  SIGTRAP, SIGABRT, SIGFPE,  SIGHUP};
-}
+pthread_t main_thread;
+}  // namespace
 
 int fl_signalinit() {
+  main_thread = pthread_self();
   for (int signal : kHandledSignals)
     if (std::signal(signal, fl_onsignal) == SIG_ERR) return -1;
   return 0;
@@ -30,9 +35,15 @@ void stop_mcu_heartbeat() {
     log_line("disable_mcu_heartbeat done...");
 }
 
-// Runs on whichever thread took the signal and never returns: whatever that thread was doing
-// is abandoned with the process.
+// Never returns: whatever the main thread was doing is abandoned with the process. Another
+// thread that takes the signal (the receive thread aborting on a bad message, say) hands it to
+// the main thread and waits: run there, the stop path cannot race the main loop, which would
+// otherwise go on restarting the daemons being stopped.
 void fl_onsignal(int signal) {
+  if (!pthread_equal(pthread_self(), main_thread)) {
+    pthread_kill(main_thread, signal);
+    for (;;) pause();
+  }
   log_line("catch signal:", signal);
   ProcessManagement.InitialMonitor();
   deactive_wdog();

@@ -21,11 +21,12 @@ namespace {
 std::mutex bind_mutex;
 int receive_fd = -1;  // bound once, then kept for the life of the process
 
-bool socket_address(unsigned module, sockaddr_un* addr) {
+// The module's socket file; `suffix` names a file beside it.
+bool socket_address(unsigned module, sockaddr_un* addr, const char* suffix = "") {
   *addr = sockaddr_un{};
   addr->sun_family = AF_UNIX;
-  int length = std::snprintf(addr->sun_path, sizeof addr->sun_path, "%s/%u",
-                             board_path(BoardPath::IpcSocketDir), module);
+  int length = std::snprintf(addr->sun_path, sizeof addr->sun_path, "%s/%u%s",
+                             board_path(BoardPath::IpcSocketDir), module, suffix);
   if (length < 0 || static_cast<size_t>(length) >= sizeof addr->sun_path) {
     errno = ENAMETOOLONG;
     return false;
@@ -48,23 +49,29 @@ bool socket_dir(struct stat* dir) {
   return stat(path, dir) == 0;
 }
 
+// The socket is bound under a temporary name and given its group and mode before it is renamed
+// onto the module's name (replacing a file left by an earlier run), so that no sender ever
+// finds it open to everyone.
 int bind_receive_socket() {
   std::lock_guard<std::mutex> lock(bind_mutex);
   if (receive_fd >= 0) return receive_fd;
   struct stat dir;
   sockaddr_un addr;
-  if (!socket_dir(&dir) || !socket_address(static_cast<unsigned>(nodeipc_module), &addr)) return -1;
+  sockaddr_un temporary;
+  unsigned module = static_cast<unsigned>(nodeipc_module);
+  if (!socket_dir(&dir) || !socket_address(module, &addr) ||
+      !socket_address(module, &temporary, ".new"))
+    return -1;
   int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   if (fd < 0) return -1;
-  // A socket file left by an earlier run of this module would make bind fail.
-  unlink(addr.sun_path);
-  if (bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) < 0) return close_failed(fd);
+  unlink(temporary.sun_path);
+  if (bind(fd, reinterpret_cast<sockaddr*>(&temporary), sizeof temporary) < 0) return close_failed(fd);
   struct stat own;
-  if (stat(addr.sun_path, &own) < 0 ||
-      (own.st_gid != dir.st_gid && chown(addr.sun_path, static_cast<uid_t>(-1), dir.st_gid) < 0) ||
-      chmod(addr.sun_path, 0660) < 0) {
+  if (stat(temporary.sun_path, &own) < 0 ||
+      (own.st_gid != dir.st_gid && chown(temporary.sun_path, static_cast<uid_t>(-1), dir.st_gid) < 0) ||
+      chmod(temporary.sun_path, 0660) < 0 || rename(temporary.sun_path, addr.sun_path) < 0) {
     int error = errno;
-    unlink(addr.sun_path);
+    unlink(temporary.sun_path);
     errno = error;
     return close_failed(fd);
   }

@@ -121,10 +121,10 @@ void populate(Layout& at, const std::string& root) {
   at.check(sim::mcu_state_reset(&error) == 0, "cannot write the MCU state: " + error);
 }
 
-// Whether the longest socket names below the root (a module number of three digits, the
-// control socket) fit a Unix socket address.
+// Whether the longest socket names below the root (a module number of three digits with the
+// suffix of a socket being bound, the control socket) fit a Unix socket address.
 bool root_fits_sockets(const std::string& root) {
-  size_t longest = root.size() + std::max(std::strlen("/run/nodeipc/255"),
+  size_t longest = root.size() + std::max(std::strlen("/run/nodeipc/255.new"),
                                           std::strlen("/") + std::strlen(sim::kControlSocket));
   return longest < sizeof(sockaddr_un::sun_path);
 }

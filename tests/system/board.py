@@ -14,6 +14,15 @@ import time
 
 REPO = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 BUILD = os.environ.get("CUSTODO_BUILD", os.path.join(REPO, "build"))
+
+
+def sanitized_build():
+    """Whether the programs under test were built with the sanitizers."""
+    try:
+        with open(os.path.join(BUILD, "CMakeCache.txt")) as f:
+            return "CUSTODO_SANITIZE:BOOL=ON" in f.read()
+    except OSError:
+        return False
 SANITIZER_MARKS = ("ERROR: AddressSanitizer", "ERROR: LeakSanitizer", "runtime error:")
 
 # Record files below the board root, by short name.

@@ -2,59 +2,19 @@
 the supervisor does not handle, a stage payload too large for its record, and who may send."""
 
 import os
-import re
-import socket
 import struct
 import subprocess
 
 import pytest
 
 from board import wait_for
-from supervisor_log import FAST, PHASE_6, after, boot_flags, in_order, messages, supervisor_exits
+from supervisor_log import (CHIMER_REBOOT, FAST, PHASE_6, QUOM_RESET, QUOM_RESET_ACK, RECEIVED,
+                            SHUTDOWN, SHUTDOWN_ACK, STAGE_DONE, STAGE_START, after, boot_flags,
+                            in_order, listening, messages, packet, pids, run, supervisor_exits,
+                            to_supervisor)
 
-SHUTDOWN, SHUTDOWN_ACK, CHIMER_REBOOT = 0x0701002F, 0x01070030, 0x07040334
-QUOM_RESET, QUOM_RESET_ACK = 0x0708032E, 0x0807032F
-STAGE_START, STAGE_DONE = 0x0701076D, 0x07050776
-RECEIVED = "ipc_com_rcv_thread RecvPacket MsgId = %d rval = %d"
 STOP_ORDER = ["quom_client", "netmgrd", "AppBridge", "CoreCtl", "chimer"]
 CRASH_COUNTER = "opt/belvane/watchdog/failure_count"
-
-
-def packet(ident, payload=b"", length=None):
-    return struct.pack("<III32s", ident, 0, len(payload) if length is None else length, payload)
-
-
-def to_supervisor(board, datagram):
-    """Sends a raw datagram to the supervisor's socket, whatever module its id names."""
-    with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as s:
-        s.sendto(datagram, board.path("run/nodeipc/7"))
-
-
-def pids(board):
-    """The daemons' process ids by name, from the stubs' start records."""
-    return {m.group(1): int(m.group(2)) for m in (re.fullmatch(r"(\S+) (\d+) start.*", t)
-                                                 for t in board.texts("daemons")) if m}
-
-
-def listening(board, old=None):
-    """Waits until the supervisor's receive thread has bound its socket, a new one when `old`
-    (what an earlier call returned) is given; returns the socket's identity."""
-    def bound():
-        try:
-            info = os.stat(board.path("run/nodeipc/7"))
-        except FileNotFoundError:
-            return None
-        identity = (info.st_ino, info.st_ctime_ns)
-        return identity if identity != old else None
-    return wait_for(bound, what="the supervisor's socket")
-
-
-def run(board, env=FAST):
-    """Runs the board and waits for the supervisor's socket; returns its identity. The clock
-    sync thread is held in its first query, so that its lines never fall among those compared."""
-    board.tool("ntpdate", "hold")
-    board.run(env=env)
-    return listening(board)
 
 
 @pytest.mark.parametrize("command, args, asked, option", [
@@ -147,9 +107,6 @@ def test_packets_the_supervisor_does_not_handle_are_only_logged(board):
     assert supervisor_exits(board) == []
 
 
-@pytest.mark.xfail(reason="the stop path of a fatal signal taken on the receive thread runs beside "
-                          "the main loop, which restarts the daemons being stopped and ends first, "
-                          "with a key-process crash")
 def test_stage_payload_larger_than_its_record_aborts(board):
     bound = run(board)
     for boot, (ident, length, handler) in enumerate([

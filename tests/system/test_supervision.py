@@ -4,15 +4,10 @@ is counted, the fifth crash reboots, the quiet period forgets crashes, and the s
 import re
 
 from board import wait_for
-from supervisor_log import (FAST, PHASE_6, after, crash_counter, in_order, messages,
+from supervisor_log import (FAST, PHASE_6, after, crash_counter, in_order, messages, started,
                             supervisor_exits)
 
 REVERSE = ["quom_client", "netmgrd", "AppBridge", "CoreCtl", "chimer", "tqlogd"]
-
-
-def started(board, name):
-    """Process ids of the daemon's starts in this run, from the stub's records."""
-    return [int(t.split()[1]) for t in board.texts("daemons") if re.fullmatch(name + r" \d+ start.*", t)]
 
 
 def wait_checks(board, count):
@@ -23,7 +18,7 @@ def wait_checks(board, count):
 
 
 def test_vanished_daemon_is_restarted(board):
-    board.run()
+    board.run(env=FAST)
     board.wait_console(PHASE_6)
     first = started(board, "chimer")[0]
     board.kill("chimer", "KILL")

@@ -10,9 +10,9 @@ import time
 import pytest
 
 from board import Record, wait_for
-from supervisor_log import FAST, PHASE_6, TAG, after, boot_flags, in_order, messages, set_boot_flags
-from test_messages import (RECEIVED, SHUTDOWN_ACK, STAGE_START, listening, packet, run,
-                           to_supervisor)
+from supervisor_log import (FAST, PHASE_6, RECEIVED, SHUTDOWN_ACK, STAGE_START, TAG, after,
+                            boot_flags, in_order, listening, messages, packet, run, set_boot_flags,
+                            to_supervisor)
 
 INSTALL_VERIFY, UPDATE_INTERNAL_ERROR = 0x01070778, 0x0107077B
 PROBE = 0x07010099  # an id nobody handles

@@ -7,11 +7,12 @@ CMAKE_FLAGS ?=
 ifeq ($(WERROR),1)
 CMAKE_FLAGS += -DCUSTODO_WERROR=ON
 endif
-PYTEST := /usr/bin/python3 -m pytest -q -p no:cacheprovider
+# Two boards at a time: the scenarios mostly wait on their board.
+PYTEST := /usr/bin/python3 -m pytest -q -p no:cacheprovider -n 2
 
 # Debian packages for building, the simulated board and the tests.
 PACKAGES := cmake g++ make pkg-config libasound2-dev alsa-utils libfuse3-dev fuse3 \
-	libubootenv-dev libubootenv-tool u-boot-tools libgtest-dev python3-pytest \
+	libubootenv-dev libubootenv-tool u-boot-tools libgtest-dev python3-pytest python3-pytest-xdist \
 	procps psmisc sysvinit-utils
 CROSS_PACKAGES := g++-aarch64-linux-gnu qemu-user libasound2-dev:arm64 libubootenv-dev:arm64 \
 	libfuse3-dev:arm64 libgtest-dev:arm64

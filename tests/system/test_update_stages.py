@@ -57,6 +57,9 @@ def reboot_for_verification(board, boot):
     with board.receiver(1, timeout=60, count=2) as rx:
         board.tool("reboot")
     wait_for(lambda: messages(board).count(PHASE_6) == boot, what="boot %d" % boot)
+    # The console may lag behind the packet: its line is written before the send.
+    wait_for(lambda: sum(m.startswith("watchdog send ipc msg = %d" % INSTALL_VERIFY)
+                         for m in messages(board)) == boot - 1, what="the verification's lines")
     assert [p.id for p in rx.packets] == [SHUTDOWN_ACK, INSTALL_VERIFY]
     assert rx.packets[1].length == 8
     return struct.unpack("<ii", rx.packets[1].payload[:8]), rx.packets[1].payload[8:]

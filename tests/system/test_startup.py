@@ -1,6 +1,7 @@
 """The supervisor's start-up on the board: its phases, the watchdog it arms, the single-instance
 lock, the system modes, the MCU readiness wait, and the partition flag rule."""
 
+import hashlib
 import os
 import re
 
@@ -8,7 +9,7 @@ import pytest
 
 from board import program, wait_for
 from supervisor_log import (FAST, PHASE_6, boot_flags, crash_counter, in_order, messages,
-                            set_boot_flags, supervisor_exits)
+                            set_boot_flags, started, supervisor_exits)
 
 LIST_NAMES = ["tqlogd", "chimer", "CoreCtl", "AppBridge", "netmgrd", "quom_client"]
 
@@ -194,3 +195,28 @@ def test_partition_flag_is_left_for_the_boot_loader_after_many_crashes(board, co
                                   if line.endswith(text))
         # The counter moves in steps of the time scale: a few board milliseconds of slack.
         assert stamp("tq_system: pkill -9 quom") - stamp(waited) >= 100000 - 200
+
+
+@pytest.mark.parametrize("tampered", [None, "changed", "removed"])
+def test_integrity_check_keeps_the_cloud_client_out_when_files_differ(board, tampered):
+    client = board.path("opt/quom/bin/quom_client")
+    os.makedirs(os.path.dirname(client))
+    with open(client, "w") as f:
+        f.write("the cloud client\n")
+    digest = hashlib.sha256(b"the cloud client\n").hexdigest()
+    with open(board.path("opt/belvane/watchdog/integrity.sha256"), "w") as f:
+        f.write("%s  opt/quom/bin/quom_client\n" % digest)
+    if tampered == "changed":
+        with open(client, "a") as f:
+            f.write("and more\n")
+    elif tampered == "removed":
+        os.remove(client)
+    board.run(env=FAST)
+    board.wait_console(PHASE_6)
+    found = messages(board)
+    dropped = ["AppBridge", "netmgrd"] if tampered else []
+    assert ("integrity check passed" in found) != bool(tampered)
+    assert ("integrity check failed: AppBridge and netmgrd will not be started" in found) == bool(tampered)
+    assert [m.split()[0][5:] for m in found if m.startswith("Name:")] == \
+        [n for n in LIST_NAMES if n not in dropped]
+    assert not [n for n in dropped if started(board, n)]

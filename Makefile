@@ -64,8 +64,10 @@ cross: deps
 	cmake -S . -B build-aarch64 -DCMAKE_TOOLCHAIN_FILE=cmake/aarch64-linux-gnu.cmake $(CMAKE_FLAGS) >/dev/null
 	cmake --build build-aarch64 -j$(JOBS)
 
+# The loader is named explicitly: qemu's -L path prefix hangs threaded programs here.
 cross-test: cross
-	qemu-aarch64 -L /usr/aarch64-linux-gnu build-aarch64/custodo-unit
+	qemu-aarch64 /usr/aarch64-linux-gnu/lib/ld-linux-aarch64.so.1 \
+		--library-path /usr/aarch64-linux-gnu/lib build-aarch64/custodo-unit
 
 clean:
 	rm -rf build build-asan build-target build-aarch64

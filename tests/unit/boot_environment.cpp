@@ -3,19 +3,20 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <string>
 
 #include "platform/board_paths.h"
 
 void make_environment(bool redundant, const sim::EnvVars& vars) {
-  constexpr size_t kEnvSize = 0x4000;
   std::string copies[] = {board_root() + "/sim/env.a", board_root() + "/sim/env.b"};
   std::ofstream config(board_path(BoardPath::FwEnvConfig), std::ios::trunc);
   for (int i = 0; i < (redundant ? 2 : 1); ++i) {
-    ASSERT_TRUE(sim::write_uboot_env(copies[i], kEnvSize, redundant, vars));
+    ASSERT_TRUE(sim::write_uboot_env(copies[i], 0x4000, redundant, vars));
     config << copies[i] << " 0x0 0x4000\n";
   }
 }
 
-void write_cmdline(const std::string& text) {
-  std::ofstream(board_path(BoardPath::KernelCmdline), std::ios::trunc) << text;
+void break_environment() {
+  std::ofstream(board_path(BoardPath::FwEnvConfig), std::ios::trunc)
+      << board_root() << "/sim/absent.env 0x0 0x4000\n";
 }

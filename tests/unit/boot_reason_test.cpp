@@ -2,34 +2,17 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "platform/board_paths.h"
 #include "sim/mculink/mcu_state.h"
 #include "tests/unit/captured_log.h"
+#include "tests/unit/text_file.h"
 
 namespace {
 
 const char* word_file() { return board_path(BoardPath::BootReason); }
-
-// nullptr: no file.
-void write_word(const char* text) {
-  if (text == nullptr)
-    std::remove(word_file());
-  else
-    std::ofstream(word_file(), std::ios::trunc) << text;
-}
-
-std::string read_word() {
-  std::ifstream in(word_file());
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
 
 void mcu_error(const char* error, const char* result) {
   std::string why;
@@ -66,14 +49,14 @@ TEST(BootReason, MergesTheMcuReasonAndErrorOnce) {
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.file ? row.file : "(no file)");
-    write_word(row.file);
+    write_text(word_file(), row.file);
     mcu_error(row.error, row.error_result);
     int merged = -1;
     auto log = captured_log([&] { merged = merge_boot_reason(row.mcu); });
     EXPECT_EQ(merged, row.merged);
     EXPECT_EQ(log, row.log);
     if (row.file_after) {
-      EXPECT_EQ(read_word(), row.file_after);
+      EXPECT_EQ(read_text(word_file()), row.file_after);
     }
   }
 }
@@ -92,9 +75,9 @@ TEST(BootReason, CrashFlagTakesTheTopByte) {
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.file);
-    write_word(row.file);
+    write_text(word_file(), row.file);
     auto log = captured_log([&] { set_crash_flag(row.flag); });
     EXPECT_EQ(log, std::vector<std::string>{row.line});
-    EXPECT_EQ(read_word(), row.file_after);
+    EXPECT_EQ(read_text(word_file()), row.file_after);
   }
 }

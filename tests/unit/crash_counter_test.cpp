@@ -2,32 +2,15 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <cstdlib>
-#include <fstream>
-#include <sstream>
 
 #include "platform/board_paths.h"
 #include "tests/unit/captured_log.h"
+#include "tests/unit/text_file.h"
 
 namespace {
 
 const char* counter_file() { return board_path(BoardPath::FailureCount); }
-
-void write_counter(const char* text) {
-  if (text == nullptr) {
-    std::remove(counter_file());
-    return;
-  }
-  std::ofstream(counter_file(), std::ios::trunc) << text;
-}
-
-std::string read_counter() {
-  std::ifstream in(counter_file());
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
 
 }  // namespace
 
@@ -49,15 +32,15 @@ TEST(CrashCounter, DecodesAddsAndClears) {
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.file ? row.file : "(no file)");
-    write_counter(row.file);
+    write_text(counter_file(), row.file);
     EXPECT_EQ(get_total_crash(), row.total);
     EXPECT_EQ(get_current_crash(), row.current);
     auto log = captured_log([] { add_crash_time(); });
     ASSERT_EQ(log.size(), 1u);
     EXPECT_EQ(log[0], row.add_line);
-    EXPECT_EQ(read_counter(), row.after_add);
+    EXPECT_EQ(read_text(counter_file()), row.after_add);
   }
-  write_counter("258");
+  write_text(counter_file(), "258");
   auto log = captured_log([] { EXPECT_EQ(clear_crash_time(), 0); });
   EXPECT_EQ(log.front(), std::string("tq_system: rm -rf ") + counter_file());
   EXPECT_EQ(get_total_crash(), 0);

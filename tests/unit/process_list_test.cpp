@@ -1,21 +1,18 @@
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <fstream>
 #include <random>
 
+#include "platform/board_paths.h"
 #include "process/process_management.h"
 #include "tests/unit/captured_log.h"
+#include "tests/unit/text_file.h"
 
 namespace {
 
 std::vector<std::string> read_list(RobotProcessManagement& list, const std::string& text) {
-  char path[] = "/tmp/custodo-list-XXXXXX";
-  close(mkstemp(path));
-  std::ofstream(path) << text;
-  auto log = captured_log([&] { list.InitialConfig(path); });
-  unlink(path);
-  return log;
+  const std::string path = board_root() + "/ProcessList.conf";
+  write_text(path, text.c_str());
+  return captured_log([&] { list.InitialConfig(path); });
 }
 
 TEST(ProcessList, CutsFieldsAndSkipsComments) {

@@ -1,10 +1,8 @@
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <string>
 #include <vector>
 
-#include "platform/board_paths.h"
 #include "process/process_management.h"
 #include "tests/unit/boot_environment.h"
 #include "tests/unit/captured_log.h"
@@ -18,9 +16,7 @@ void boot_loader_at(int flag, bool broken = false) {
   make_environment(true, {{"partition_flag_1", "1"},
                           {"partition_flag_2", "1"},
                           {"update_progress_flag", std::to_string(flag)}});
-  if (broken)
-    std::ofstream(board_path(BoardPath::FwEnvConfig), std::ios::trunc)
-        << board_root() << "/sim/absent.env 0x0 0x4000\n";
+  if (broken) break_environment();
   g_upgrader_flag = flag;
 }
 

@@ -5,7 +5,6 @@ Every wait synchronises on an event (a console line, a record, a file); none sle
 
 import collections
 import os
-import re
 import shutil
 import signal
 import subprocess
@@ -68,8 +67,8 @@ def parse_packet(line):
 
 
 class Board:
-    def __init__(self, root=None):
-        self.root = root or tempfile.mkdtemp(prefix="cb", dir="/tmp")
+    def __init__(self):
+        self.root = tempfile.mkdtemp(prefix="cb", dir="/tmp")
         self.proc = None
         self._start = {}  # record name -> byte offset at the start of the current run
         self.sanitizer_reports = []
@@ -115,11 +114,11 @@ class Board:
         return int.from_bytes(self.read("dev/jiffies", "rb")[:8] or b"\0", "little")
 
     # --- commands ----------------------------------------------------------------------
-    def tool(self, command, *args, check=True, timeout=30):
+    def tool(self, command, *args, check=True):
         """Runs `custodo-board COMMAND ROOT ARGS...`; fails the test on an error or a
         sanitizer report."""
         done = subprocess.run([program("custodo-board"), command, self.root, *map(str, args)],
-                              capture_output=True, text=True, timeout=timeout)
+                              capture_output=True, text=True, timeout=30)
         reports = sanitizer_lines(done.stderr)
         assert not reports, "custodo-board %s: %s" % (command, reports)
         if check and done.returncode != 0:
@@ -130,7 +129,7 @@ class Board:
     def init(self):
         return self.tool("init")
 
-    def run(self, args=(), env=None, no_counter=False, no_watchdog=False, custodo=None, wait=True):
+    def run(self, args=(), env=None, no_counter=False, custodo=None, wait=True):
         """Powers the board on in the background; by default returns once the supervisor
         has been started."""
         assert self.proc is None, "the board is already running"
@@ -138,7 +137,6 @@ class Board:
                        for name, rel in RECORDS.items()}
         command = [program("custodo-board"), "run", self.root]
         command += ["--no-counter"] if no_counter else []
-        command += ["--no-watchdog"] if no_watchdog else []
         command += ["--custodo", custodo] if custodo else []
         command += ["--", *args] if args else []
         environment = dict(os.environ, **(env or {}))
@@ -149,13 +147,10 @@ class Board:
             self.wait_record("init", "start supervisor pid")
         return self.proc
 
-    def wait_console(self, pattern, timeout=30, regex=False):
-        """The first console line of this run that holds `pattern` (or matches it)."""
+    def wait_console(self, pattern, timeout=30):
+        """The first console line of this run that holds `pattern`."""
         def match():
-            for line in self.console():
-                if re.search(pattern, line) if regex else pattern in line:
-                    return line
-            return None
+            return next((line for line in self.console() if pattern in line), None)
         return self._wait(match, timeout, "console line %r" % pattern)
 
     def wait_record(self, name, pattern, timeout=30):
@@ -174,10 +169,8 @@ class Board:
             return result
         return wait_for(found, timeout, what)
 
-    def send(self, ident, payload=b"", length=None):
-        args = ["0x%08X" % ident] + ([payload.hex()] if payload else [])
-        args += ["--len", length] if length is not None else []
-        return self.tool("send", *args)
+    def send(self, ident, payload=b""):
+        return self.tool("send", "0x%08X" % ident, *([payload.hex()] if payload else []))
 
     def receiver(self, module, timeout=10, count=1):
         return Receiver(self, module, timeout, count)
@@ -185,14 +178,14 @@ class Board:
     def mcu(self, **state):
         return self.tool("mcu", *("%s=%s" % kv for kv in state.items()))
 
-    def freeze(self, ms=None):
-        return self.tool("counter", "freeze", *([] if ms is None else [ms]))
+    def freeze(self, ms):
+        return self.tool("counter", "freeze", ms)
 
     def kill(self, name, sig="TERM"):
         return self.tool("kill", name, sig)
 
-    def exec(self, *command, check=False, timeout=30):
-        return self.tool("exec", "--", *command, check=check, timeout=timeout)
+    def exec(self, *command, check=False):
+        return self.tool("exec", "--", *command, check=check)
 
     # --- ending ------------------------------------------------------------------------
     def wait_exit(self, timeout=30):
@@ -201,11 +194,11 @@ class Board:
         self._finish()
         return status
 
-    def stop(self, sig=signal.SIGTERM, timeout=30):
+    def stop(self, sig=signal.SIGTERM):
         """Stops the run; returns its exit status. SIGTERM (a service manager) and SIGINT
         (Ctrl-C) reach the supervisor, which stops its daemons first; SIGQUIT pulls the plug."""
         self.proc.send_signal(sig)
-        return self.wait_exit(timeout)
+        return self.wait_exit()
 
     def _finish(self):
         self.proc = None

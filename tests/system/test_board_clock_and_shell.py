@@ -19,15 +19,6 @@ def test_frozen_counter_stamps_log_lines_exactly(board):
     assert 5000 <= int(board.exec(PROBE, "clock").stdout) < 65000
 
 
-def test_counter_restarts_at_each_boot(board):
-    board.run(custodo="/bin/sh", args=["-c", "sleep 0.2; reboot"])
-    board.wait_record("init", "boot 2")
-    stamps = board.records("init")
-    assert stamps[0].text == "boot 1" and stamps[0].stamp < 100
-    boot2 = [r for r in stamps if r.text == "boot 2"][0]
-    assert boot2.stamp < 100 and stamps[stamps.index(boot2) - 1].stamp >= 200
-
-
 def test_without_counter_device_lines_carry_zero_and_the_open_error(board):
     board.run(custodo="/bin/sh", args=IDLE, no_counter=True)
     out = board.exec(PROBE, "log", "abc").stdout
@@ -43,8 +34,7 @@ NTP_ANSWER = "22 Nov 03:30:05 ntpdate[9]: adjust time server 10.0.0.1 offset 0.2
     ("exit 3", [], 3, ["run shell script fail, script exit code:  3",
                        "run shell script fail, cmdline:  exit 3"]),
     ("kill -9 $$", [], 0, ["exit status = 0"]),
-    # The board's own tools come first in PATH.
-    ("serialcheck --all", [], 0, ["run shell script successfully. "]),
+    # The board's ntpdate answers from its queue, and fails when that is empty.
     ("ntpdate -q t1 | grep -q 'offset 0.25'", [NTP_ANSWER], 0, ["run shell script successfully. "]),
     ("ntpdate -q t1", [], 1, ["run shell script fail, script exit code:  1",
                               "run shell script fail, cmdline:  ntpdate -q t1"]),
@@ -58,5 +48,3 @@ def test_shell_runner_outcomes_on_the_board(board, cmdline, answers, status, lin
     assert done.returncode == status
     logged = [line[len("7 tqwatchdog "):] for line in done.stdout.splitlines()]
     assert logged == ["tq_system: " + cmdline] + lines
-    if cmdline.startswith("serialcheck"):
-        assert board.texts("tools")[-1] == "serialcheck --all"

@@ -1,22 +1,10 @@
-"""The board's other devices as the system's programs see them: the boot loader's flags, the
-MCU state, and the sound output."""
+"""The board's other devices as the system's programs see them: the MCU state and the sound
+output."""
 
 import struct
-import subprocess
 import wave
 
 IDLE = ["-c", "sleep 3600"]
-
-
-def test_boot_loader_flags_are_a_redundant_uboot_environment(board):
-    config = ["-c", board.path("etc/fw_env.config")]
-    printenv = lambda: subprocess.run(["fw_printenv", *config], capture_output=True, text=True,
-                                      check=True).stdout.split()
-    assert printenv() == ["partition_flag_1=1", "partition_flag_2=1", "update_progress_flag=0"]
-    # A write goes to the older copy and must be what the next reader sees.
-    subprocess.run(["fw_setenv", *config, "update_progress_flag", "3"], check=True)
-    subprocess.run(["fw_setenv", *config, "partition_flag_2", "0"], check=True)
-    assert printenv() == ["partition_flag_1=1", "partition_flag_2=0", "update_progress_flag=3"]
 
 
 def test_mcu_state_is_set_whole_or_not_at_all(board):

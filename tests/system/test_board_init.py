@@ -4,12 +4,12 @@ for through the stub tools, and daemons stuck in the kernel."""
 from board import wait_for
 
 # A stand-in supervisor that marks each start in dev/shm and in the boot reason, then asks
-# for a reboot on the first boot and a power-off on the second.
+# for a reboot on the first boot (a moment later) and a power-off on the second.
 REBOOT_THEN_POWER_OFF = r"""
 cd $CUSTODO_BOARD_ROOT
 ls dev/shm | tr '\n' ' '; echo "boot reason $(cat proc/belvane/boot_reason)"
 touch dev/shm/started; echo 77 > proc/belvane/boot_reason
-if grep -q 'boot 2' sim/init.log; then shutdown -h now; else reboot; fi
+if grep -q 'boot 2' sim/init.log; then shutdown -h now; else sleep 0.2; reboot; fi
 """
 
 
@@ -21,7 +21,9 @@ def test_reboot_then_power_off_through_the_stub_tools(board):
         "reboot",
         "boot 2", "start supervisor pid 2", "power-off requested", "supervisor pid 2 exit status 0",
         "power-off", "end of run: power-off"]
-    # Each boot starts with an empty dev/shm and the kernel's boot reason.
+    # Each boot starts with the counter at 0, an empty dev/shm and the kernel's boot reason.
+    records = board.records("init")
+    assert records[0].stamp < 100 and records[4].stamp >= 200 and records[5].stamp < 100
     assert board.console() == ["boot reason 0"] * 2
     assert board.texts("tools") == ["reboot", "shutdown -h now"]
 

@@ -20,10 +20,6 @@ def padded(data):
     ("poweroff", ["bye.wav"], 0x0701002F, 32, padded(b"\0\0bye.wav")),
     ("reboot", [], 0x0701002F, 32, padded(b"\1")),
     ("reboot", ["p" * 30], 0x0701002F, 32, b"\1\0" + b"p" * 30),
-    ("quom-reset", [], 0x0708032E, 0, ZERO),
-    ("chimer-reboot", [], 0x07040334, 0, ZERO),
-    ("stage-start", [2], 0x0701076D, 4, padded(b"\2\0\0\0")),
-    ("stage-done", [3, 2], 0x07050776, 8, padded(b"\3\0\0\0\2\0\0\0")),
     ("send", ["0x07010099", "a1b2", "--len", 40], 0x07010099, 40, padded(b"\xa1\xb2")),
     ("send", ["117506049"], 0x07010001, 0, ZERO),
 ])

@@ -38,13 +38,7 @@ def test_board_processes_cannot_set_the_host_clock_or_reboot_it(board):
 def test_custodo_run_until_ctrl_c_leaves_nothing_behind(board):
     board.run(env={"CUSTODO_SIM_TIMESCALE": "8"})
     board.wait_console("##################### 6. Restore partition flag done...")
-    for daemon in ("tqlogd", "chimer", "CoreCtl", "AppBridge", "netmgrd", "quom_client"):
-        board.wait_record("daemons", daemon + " ")
     assert board.texts("mcu")[0].startswith("init_uart ")
-    with board.receiver(8) as rx:
-        board.tool("quom-reset")
-    assert [p.id for p in rx.packets] == [0x0807032F]
-    board.wait_console("StartProc finished")  # the cloud client is back
     assert board.stop(signal.SIGINT) == 0  # also checks that nothing is left
     # Ctrl-C reaches the supervisor, which stops its daemons, last started first.
     assert board.texts("init")[-3:] == ["signal 2 to supervisor pid 2",

@@ -123,10 +123,17 @@ def test_update_runs_through_its_phases_across_reboots(board):
         DONE, "UpdatePhase (Phase 2) is Succeeded", *set_lines("UpdateProgress_Phase_2_Post"),
         "Set global update flag =UpdateProgress_Phase_2_Post"]
     assert progress(board) == 5
-    # Held back during the whole second boot, and not taken for a crash.
+    # Held back through the second boot, and not taken for a crash, until phase 2 is done; then
+    # the next check finds it missing and starts it.
     second = after(messages(board), "UpdateProgress flag = 4")
-    assert "tq_system: quom_client &" not in second
-    assert not [m for m in second if "quom_client disappeared" in m]
+    held = second[:second.index("UpdatePhase (Phase 2) is Succeeded")]
+    assert "tq_system: quom_client &" not in held
+    assert not [m for m in held if "quom_client disappeared" in m]
+    phase_2_done = lambda: after(messages(board), "UpdatePhase (Phase 2) is Succeeded")
+    wait_for(lambda: "StartProc finished" in phase_2_done(), what="the cloud client started again")
+    in_order(phase_2_done(), [
+        re.compile(r"Process: -?\d+ quom_client disappeared\?\?"), "tq_system: quom_client &",
+        "StartProc finished"])
 
     assert reboot_for_verification(board, 3) == ((3, 1), bytes(24))
     third = after(messages(board), "UpdateProgress flag = 5")

@@ -5,6 +5,7 @@
 
 #include "core/event_queue.h"
 #include "core/log_line.h"
+#include "core/threads.h"
 #include "ipc/messages.h"
 #include "platform/nodeipc.h"
 #include "update/update_stage_handlers.h"
@@ -92,4 +93,4 @@ void* ipc_com_rcv_thread(void*) {
   return nullptr;
 }
 
-int create_ipc_thread() { return pthread_create(&ipc_thread, nullptr, ipc_com_rcv_thread, nullptr); }
+int create_ipc_thread() { return start_thread(&ipc_thread, ipc_com_rcv_thread); }

@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "core/log_line.h"
+#include "core/threads.h"
 #include "platform/board_paths.h"
 #include "platform/board_time.h"
 
@@ -98,7 +99,7 @@ void* hw_wdog_thread(void*) {
   return nullptr;
 }
 
-int create_hw_wdog_thread() { return pthread_create(&wdog_thread, nullptr, hw_wdog_thread, nullptr); }
+int create_hw_wdog_thread() { return start_thread(&wdog_thread, hw_wdog_thread); }
 
 void destroy_hw_wdog_thread() {
   wdog_enable = 0;

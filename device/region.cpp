@@ -1,0 +1,3 @@
+#include "device/region.h"
+
+char g_region[128];

@@ -3,5 +3,8 @@
 #pragma once
 #include <cstddef>
 
-// Returns the number of bytes written (all of them), or -1 when the file could not be written.
+constexpr int kStateFileUnopened = -1;  // the temporary file could not be created
+constexpr int kStateFileUnwritten = -2;  // writing, flushing or renaming it failed
+
+// Returns the number of bytes written (all of them), or one of the two failures above.
 int write_state_file(const char* path, const void* data, size_t size);

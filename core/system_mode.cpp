@@ -6,6 +6,7 @@
 
 #include "core/log_line.h"
 #include "core/shell.h"
+#include "device/mcu_link.h"
 #include "platform/board_paths.h"
 #include "platform/board_time.h"
 #include "platform/mculink.h"
@@ -48,12 +49,8 @@ void remove_user_settings() {
 }  // namespace
 
 int getsysmode() {
-  int fd = init_uart();
-  if (fd < 0) {
-    log_line("init_uart failed", fd);
-    close_uart();
-    return -1;
-  }
+  int fd = open_mcu_link("init_uart failed");
+  if (fd < 0) return -1;
   int mode = check_mcu_mode(fd);
   log_line("check_mcu_mode = ", mode);
   close_uart();

@@ -1,0 +1,49 @@
+#include <climits>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+
+#include "core/log_line.h"
+#include "timesync/ntp_query.h"
+
+namespace {
+constexpr int kLineBytes = 1024;
+}
+
+// Only the summary line names the "time server"; the per-server lines also carry an offset.
+// An offset that is no finite number of seconds within an int reads as no offset.
+bool ntpdate_offset(const char* line, double* seconds) {
+  const char* offset = std::strstr(line, "offset");
+  double value = 0;
+  if (std::strstr(line, "time server") == nullptr || offset == nullptr ||
+      std::sscanf(offset, "offset %lf sec", &value) != 1)
+    return false;
+  if (!std::isfinite(value) || value <= INT_MIN - 1.0 || value >= INT_MAX + 1.0) return false;
+  *seconds = value;
+  return true;
+}
+
+int ntpdate_query(const char* command, int* offset) {
+  int result = 0;
+  double seconds = 0;
+  FILE* pipe = popen(command, "re");
+  if (pipe == nullptr) {
+    log_line("pipe open failed");
+  } else {
+    char line[kLineBytes];
+    while (std::fgets(line, sizeof line, pipe) != nullptr) {
+      log_line("ntpdate return:", line);
+      if (std::strstr(line, "time server") == nullptr) continue;
+      log_line("ntpdate return:", line);
+      if (ntpdate_offset(line, &seconds)) {
+        result = 1;
+        break;
+      }
+    }
+    pclose(pipe);
+  }
+  *offset = static_cast<int>(seconds);  // towards zero
+  // The success flag, not the offset, comes first: "time offset 1s (-0.734521s)".
+  log_line("time offset ", result, "s (", seconds, "s)");
+  return result;
+}

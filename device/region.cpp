@@ -1,3 +1,64 @@
 #include "device/region.h"
 
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "core/log_line.h"
+#include "core/shell.h"
+#include "platform/board_paths.h"
+
 char g_region[128];
+
+namespace {
+
+constexpr size_t kPrefixLength = 5;
+constexpr const char* kDefaultRegion = "prc";
+
+// A table line: region code, ",", product number pattern. Without a comma the line is both.
+bool region_matches(const std::string& line, const std::string& prefix, std::string* region) {
+  log_line("ReadRegionConfig:  ", line);
+  size_t comma = line.find(',');
+  *region = line.substr(0, comma);
+  std::string pattern = comma == std::string::npos ? line : line.substr(comma + 1);
+  log_line("ReadRegionConfig: ", *region, " matching ", pattern, " with ", prefix);
+  return pattern.compare(0, prefix.size(), prefix) == 0;
+}
+
+}  // namespace
+
+void RegionConfig(const std::string& table_path, char* pn) {
+  FILE* table = std::fopen(table_path.c_str(), "re");
+  if (table == nullptr) {
+    // A system without its region table is not started at all.
+    log_line("ReadRegionConfig: read config file failed ", table_path);
+    std::exit(0);
+  }
+  std::string prefix(pn, strnlen(pn, kPrefixLength));
+  std::string region;
+  bool found = false;
+  char* line = nullptr;
+  size_t capacity = 0;
+  ssize_t length;
+  while (!found && (length = getline(&line, &capacity, table)) >= 0) {
+    std::string text(line, static_cast<size_t>(length));
+    if (!text.empty() && text.back() == '\n') text.pop_back();
+    if (!text.empty() && text[0] == '#') continue;
+    found = region_matches(text, prefix, &region);
+  }
+  std::free(line);
+  std::fclose(table);
+  if (!found) {
+    log_line("ReadRegionConfig Failed Write Default Region");
+    region = kDefaultRegion;
+  }
+  SaveRegion(region);
+}
+
+int SaveRegion(const std::string& region) {
+  std::snprintf(g_region, sizeof g_region, "%s", region.c_str());
+  // Not cut to a buffer: a cut command would write to another file.
+  std::string command = std::string("echo \"location=") + g_region + "\" > " +
+                        board_path(BoardPath::RegionFile);
+  return tq_system(command.c_str());
+}

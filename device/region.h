@@ -1,7 +1,14 @@
-// The product number read from the MCU, the sales region derived from it, and the files that
-// publish both.
+// The sales region, derived from the product number with the installed region table, kept
+// for the voice prompts and written to the board's region file.
 #pragma once
 #include <string>
 
 // The region in force: empty until the product number was read, "prc" when nothing matched.
 extern char g_region[128];
+
+// Saves the region of the first table line whose pattern begins with the product number's
+// first five characters, or "prc". Without a table the supervisor ends with status 0.
+void RegionConfig(const std::string& table_path, char* pn);
+
+// Sets g_region and rewrites the region file; tq_system's result.
+int SaveRegion(const std::string& region);

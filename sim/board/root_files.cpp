@@ -24,7 +24,8 @@ std::string region_table() {
   return "# region,product number pattern: the first pattern that begins with the product\n"
          "# number's first five characters wins; none matching means prc\n"
          "eu,EU001\n"
-         "us,US001\n";
+         "us,US001\n"
+         "prc,ABCDE\n";
 }
 
 std::string ntp_servers() {

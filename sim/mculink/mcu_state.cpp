@@ -20,7 +20,7 @@ namespace sim {
 
 namespace {
 
-enum class Kind { Link, Number, Seconds, Text };
+enum class Kind { Link, Number, Delay, Seconds, Text };
 
 struct Key {
   const char* name;
@@ -41,6 +41,7 @@ constexpr Key kKeys[] = {
     {"version", Kind::Text, "MCU_FW_1.0.0", 64},
     {"version_result", Kind::Number, "0", 0},
     {"upgrade_result", Kind::Number, "0", 0},
+    {"upgrade_delay", Kind::Delay, "0", 0},
     {"heartbeat_result", Kind::Number, "0", 0},
     {"cmd_result", Kind::Number, "0", 0},
 };
@@ -96,6 +97,9 @@ std::string check_value(const Key& key, const std::string& value) {
     case Kind::Number:
       if (whole_number(value, INT_MIN, INT_MAX)) return "";
       return std::string(key.name) + " must be a whole number";
+    case Kind::Delay:
+      if (whole_number(value, 0, 24 * 3600)) return "";
+      return std::string(key.name) + " must be seconds from 0 to a day";
     case Kind::Seconds:
       if (whole_number(value, 0, UINT32_MAX)) return "";
       return std::string(key.name) + " must be seconds from 0 to 4294967295";

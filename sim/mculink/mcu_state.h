@@ -12,6 +12,7 @@
 //   version=TEXT      the firmware version check_version reports (at most 64 bytes)
 //   version_result=N  check_version's result (0, -20 and -21 mean a version was read)
 //   upgrade_result=N  upgrade_mcu_if_not_match's result
+//   upgrade_delay=N   how long the firmware update takes, in board seconds
 //   heartbeat_result=N  disable_mcu_heartbeat's result
 //   cmd_result=N      sent_cmd's result
 //

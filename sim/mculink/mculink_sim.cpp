@@ -141,8 +141,10 @@ const char* FwInfo2Str(const void* record64) {
   return text;
 }
 
+// Blocks for the configured update time, as flashing the MCU does.
 int upgrade_mcu_if_not_match(const char* match_line, void* result64) {
   Answer a = answer("upgrade_result");
+  if (a.up) board_sleep(static_cast<unsigned>(sim::mcu_state_number(a.state, "upgrade_delay")));
   std::string line = match_line ? match_line : "";
   line.erase(line.find_last_not_of("\r\n") + 1);
   if (result64 != nullptr) std::memset(result64, 0, kVersionRecord);

@@ -17,11 +17,15 @@
 #include "crash/boot_reason.h"
 #include "crash/crash_counter.h"
 #include "crash/crash_stat.h"
+#include "device/mcu_firmware.h"
+#include "device/product_number.h"
 #include "ipc/receive_thread.h"
 #include "platform/board_paths.h"
 #include "platform/board_time.h"
 #include "process/integrity_check.h"
 #include "process/process_management.h"
+#include "timesync/clock_sync_thread.h"
+#include "timesync/mcu_clock.h"
 #include "update/boot_flags.h"
 #include "watchdog/hw_watchdog.h"
 
@@ -85,10 +89,12 @@ int main(int argc, char* argv[]) {
   fl_signalinit();
   std::string conf_dir = config_dir(argc, argv);
   arm_watchdog();
+  update_mcu(board_path(BoardPath::McuFirmwareMatch));
 
   int mode = getsysmode();
   g_bootreason = merge_boot_reason(mode);
   check_mcu_readiness(mode);
+  sync_ap_with_mcu();
   std::string list_path = conf_dir + "/" + process_list_for_mode(mode);
   ProcessManagement.SetIntegrityFailed(check_integrity(conf_dir) == 0);
   log_line("##################### 0. done...");
@@ -99,6 +105,9 @@ int main(int argc, char* argv[]) {
   log_line("##################### 2. CheckAllProcess done...");
   ProcessManagement.KillAllProcess(KILL_WAIT);
   log_line("##################### 3. KillAllProcess done...");
+  getrobotpn();
+  getmcuver();
+  create_ntp_thread(conf_dir);
   ProcessManagement.StartAllProcess();
   board_sleep(1);
   log_line("##################### 4. StartAllProcess done...");

@@ -119,9 +119,10 @@ def test_update_runs_through_its_phases_across_reboots(board):
     # Phase 2 starts from the flag the verification left.
     assert handled(board, "stage-start", 3) == [START, "UpdatePhase (Phase 2) start"]
     assert progress(board) == 3
-    assert handled(board, "stage-done", 3, 1) == [
+    # The main loop may already be restarting the cloud client among these lines.
+    in_order(handled(board, "stage-done", 3, 1), [
         DONE, "UpdatePhase (Phase 2) is Succeeded", *set_lines("UpdateProgress_Phase_2_Post"),
-        "Set global update flag =UpdateProgress_Phase_2_Post"]
+        "Set global update flag =UpdateProgress_Phase_2_Post"])
     assert progress(board) == 5
     # Held back through the second boot, and not taken for a crash, until phase 2 is done; then
     # the next check finds it missing and starts it.

@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "core/log_line.h"
+#include "core/signals.h"
 
 namespace {
 
@@ -30,6 +31,7 @@ int OS_RecvQueue(int* event, int flags) {
   int id = queue();
   EventMessage message{};
   for (;;) {
+    stop_if_requested();
     if (msgrcv(id, &message, sizeof message.id, 1, flags) >= 0) {
       *event = message.id;
       return 1;

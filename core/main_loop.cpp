@@ -6,6 +6,7 @@
 
 #include "core/event_queue.h"
 #include "core/log_line.h"
+#include "core/process_end.h"
 #include "core/shell.h"
 #include "crash/boot_reason.h"
 #include "crash/crash_counter.h"
@@ -74,7 +75,7 @@ void cpu_performance() {
 [[noreturn]] void shut_down(const char* command) {
   log_line("call ", command);
   tq_system(command);
-  std::exit(0);
+  end_process(0);
 }
 
 [[noreturn]] void leave(Decision decision) {
@@ -111,17 +112,26 @@ void cpu_performance() {
   } else {
     log_line("all process exit, custodo exit and wait upstart to restart myself");
   }
-  std::exit(1);
+  end_process(1);
 }
 
 }  // namespace
 
 int force_killall() {
-  static const char* const kLeftovers[] = {"pkill -9 quom",         "killall -9 netmgrd",
-                                           "killall -9 AppBridge",  "killall -9 chimer",
-                                           "pkill -9 CoreCtl",      "killall -9 tqlogd"};
+  struct Leftover {
+    const char* cmdline;
+    const char* argv[4];
+  };
+  static const Leftover kLeftovers[] = {
+      {"pkill -9 quom", {"pkill", "-9", "quom", nullptr}},
+      {"killall -9 netmgrd", {"killall", "-9", "netmgrd", nullptr}},
+      {"killall -9 AppBridge", {"killall", "-9", "AppBridge", nullptr}},
+      {"killall -9 chimer", {"killall", "-9", "chimer", nullptr}},
+      {"pkill -9 CoreCtl", {"pkill", "-9", "CoreCtl", nullptr}},
+      {"killall -9 tqlogd", {"killall", "-9", "tqlogd", nullptr}},
+  };
   int result = 0;
-  for (const char* cmdline : kLeftovers) result = tq_system(cmdline);
+  for (const Leftover& leftover : kLeftovers) result = tq_system_direct(leftover.cmdline, leftover.argv);
   return result;
 }
 

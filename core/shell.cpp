@@ -1,19 +1,25 @@
 #include "core/shell.h"
 
+#include <cerrno>
 #include <csignal>
-#include <cstdlib>
 
 #include "core/log_line.h"
+#include "core/spawn.h"
 
-int tq_system(const char* cmdline) {
-  // system() must see its own child's exit, whatever the caller did with SIGCHLD.
+namespace {
+
+constexpr int kNotFound = 127 << 8;
+
+int run_logged(const char* cmdline, const char* const argv[], bool shell) {
+  // The child's exit must reach our wait, whatever the caller did with SIGCHLD.
   struct sigaction fallback{};
   struct sigaction kept{};
   fallback.sa_handler = SIG_DFL;
   sigemptyset(&fallback.sa_mask);
   sigaction(SIGCHLD, &fallback, &kept);
   log_line("tq_system: ", cmdline);
-  int status = std::system(cmdline);
+  int status = run_child(argv);
+  if (status == -1 && !shell && errno == ENOENT) status = kNotFound;
   sigaction(SIGCHLD, &kept, nullptr);
 
   if (status == -1) {
@@ -22,7 +28,7 @@ int tq_system(const char* cmdline) {
   }
   int code = (status >> 8) & 0xff;
   if ((status & 0x7f) != 0) {
-    // A shell ended by a signal has no exit code: reported as 0, like success.
+    // A command ended by a signal has no exit code: reported as 0, like success.
     log_line("exit status = ", code);
     return code;
   }
@@ -33,4 +39,15 @@ int tq_system(const char* cmdline) {
   log_line("run shell script fail, script exit code:  ", code);
   log_line("run shell script fail, cmdline:  ", cmdline);
   return code;
+}
+
+}  // namespace
+
+int tq_system(const char* cmdline) {
+  const char* const argv[] = {"/bin/sh", "-c", cmdline, nullptr};
+  return run_logged(cmdline, argv, true);
+}
+
+int tq_system_direct(const char* cmdline, const char* const argv[]) {
+  return run_logged(cmdline, argv, false);
 }

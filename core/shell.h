@@ -4,3 +4,8 @@
 // Runs the command line through the shell and waits for it. Returns its exit code (0-255);
 // 255 when no shell could be run, and 0 for a shell ended by a signal.
 int tq_system(const char* cmdline);
+
+// Runs argv without a shell, for a command line the shell would only split into these words;
+// logged and decoded as tq_system does the command line, so that both tell the same. A
+// program that is not found exits 127, as the shell reports it.
+int tq_system_direct(const char* cmdline, const char* const argv[]);

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "core/log_line.h"
+#include "core/process_end.h"
 
 int lockfile(int fd) {
   struct flock lock {};
@@ -22,7 +23,7 @@ int already_running(const char* path) {
   int fd = open(path, O_RDWR | O_CREAT, 0644);
   if (fd < 0) {
     log_line("can't open ", path);
-    std::exit(1);
+    end_process(1);
   }
   fcntl(fd, F_SETFD, fcntl(fd, F_GETFD) | FD_CLOEXEC);
   if (lockfile(fd) < 0) {
@@ -33,7 +34,7 @@ int already_running(const char* path) {
       return 1;
     }
     log_line("can't lock", path);
-    std::exit(1);
+    end_process(1);
   }
   // The id with its terminating NUL byte, which readers expect; no newline.
   std::string pid = std::to_string(getpid());

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "core/log_line.h"
+#include "core/process_end.h"
 #include "core/shell.h"
 #include "device/mcu_link.h"
 #include "platform/board_paths.h"
@@ -25,7 +26,7 @@ constexpr unsigned kNoFirmwareWaitSeconds = 3600;
 [[noreturn]] void stop_feeding_and_exit(int status) {
   destroy_hw_wdog_thread();
   log_line("done...exit");
-  std::exit(status);
+  end_process(status);
 }
 
 [[noreturn]] void run_self_test(const char* format) {

@@ -15,6 +15,6 @@ constexpr size_t kSanitizerStackFactor = 1;
 // Enough for log lines, a shell command or a pipe, and the board libraries' calls.
 constexpr size_t kSmallStackBytes = 128 * 1024 * kSanitizerStackFactor;
 
-// Creates a joinable thread running body(nullptr) on a stack of `stack_bytes`; the
-// pthread_create result.
+// Creates a joinable thread running body(nullptr) on a stack of `stack_bytes`, with the
+// signals that only the main thread takes blocked; the pthread_create result.
 int start_thread(pthread_t* thread, void* (*body)(void*), size_t stack_bytes = kSmallStackBytes);

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "core/log_line.h"
+#include "core/process_end.h"
 #include "core/shell.h"
 #include "platform/board_paths.h"
 
@@ -32,7 +33,7 @@ void RegionConfig(const std::string& table_path, char* pn) {
   if (table == nullptr) {
     // A system without its region table is not started at all.
     log_line("ReadRegionConfig: read config file failed ", table_path);
-    std::exit(0);
+    end_process(0);
   }
   std::string prefix(pn, strnlen(pn, kPrefixLength));
   std::string region;

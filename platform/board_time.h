@@ -8,6 +8,10 @@
 // Sleeps the full number of seconds: a signal does not cut it short. A cancellation point.
 void board_sleep(unsigned seconds);
 
+// Called, when set, before a sleep and whenever a signal interrupts it: the program's chance
+// to act on a signal in ordinary context (it may not return).
+extern void (*board_sleep_interrupted)();
+
 // Arms ITIMER_REAL with a first expiry and an interval of `seconds`; setitimer's result.
 int board_interval_timer(unsigned seconds);
 

@@ -3,10 +3,13 @@
 
 #include "platform/board_time.h"
 
+void (*board_sleep_interrupted)() = nullptr;
+
 void board_sleep(unsigned seconds) {
   timespec left{static_cast<time_t>(seconds), 0};
-  while (nanosleep(&left, &left) != 0 && errno == EINTR) {
-  }
+  do {
+    if (board_sleep_interrupted != nullptr) board_sleep_interrupted();
+  } while (nanosleep(&left, &left) != 0 && errno == EINTR);
 }
 
 int board_interval_timer(unsigned seconds) {

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "core/log_line.h"
+#include "core/process_end.h"
 #include "process/process_management.h"
 
 RobotProcessManagement ProcessManagement;
@@ -49,7 +50,7 @@ void RobotProcessManagement::InitialConfig(const std::string& path) {
   std::ifstream file(path);
   if (!file.is_open()) {
     log_line("InitialConfig: read config file failed ", path);
-    std::exit(0);
+    end_process(0);
   }
   for (std::string line; std::getline(file, line);) {
     if (!line.empty() && line[0] == '#') continue;

@@ -1,9 +1,12 @@
+#include <unistd.h>
+
 #include <climits>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
 
 #include "core/log_line.h"
+#include "core/spawn.h"
 #include "timesync/ntp_query.h"
 
 namespace {
@@ -26,9 +29,16 @@ bool ntpdate_offset(const char* line, double* seconds) {
 int ntpdate_query(const char* command, int* offset) {
   int result = 0;
   double seconds = 0;
-  FILE* pipe = popen(command, "re");
+  const char* const argv[] = {"/bin/sh", "-c", command, nullptr};
+  int fd = -1;
+  pid_t pid = spawn_child(argv, &fd);
+  FILE* pipe = pid < 0 ? nullptr : fdopen(fd, "r");
   if (pipe == nullptr) {
     log_line("pipe open failed");
+    if (pid >= 0) {
+      close(fd);
+      wait_child(pid);
+    }
   } else {
     char line[kLineBytes];
     while (std::fgets(line, sizeof line, pipe) != nullptr) {
@@ -40,7 +50,8 @@ int ntpdate_query(const char* command, int* offset) {
         break;
       }
     }
-    pclose(pipe);
+    std::fclose(pipe);
+    wait_child(pid);
   }
   *offset = static_cast<int>(seconds);  // towards zero
   // The success flag, not the offset, comes first: "time offset 1s (-0.734521s)".

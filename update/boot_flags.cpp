@@ -3,6 +3,7 @@
 #include <cstdlib>
 
 #include "core/log_line.h"
+#include "core/process_end.h"
 
 std::atomic<int> g_upgrader_flag{UpdateProgress_Unknown};
 
@@ -17,7 +18,7 @@ int running_partition_or_exit() {
   int id = BlGetBootPartition(kBootPartitionKey);
   if (!valid_partition(id)) {
     log_line("Invalid boot partition ID ", id);
-    std::exit(1);
+    end_process(1);
   }
   return id;
 }
@@ -49,7 +50,7 @@ void restore_partition_flag() {
   log_line("Boot Partition = ", id);
   if (BlSetPartitionFlag(id, 1) < 0) {
     log_line("Failed to restore partition flag for A");
-    std::exit(1);
+    end_process(1);
   }
   log_line("Successfully restore partition flag!");
 }
@@ -59,7 +60,7 @@ void get_partition_flag() {
   int flag = 0;
   if (BlGetPartitionFlag(id, &flag) < 0) {
     log_line("Failed to restore partition flag for A");
-    std::exit(1);
+    end_process(1);
   }
   log_line("Get Boot Partition = ", id, "Flag = ", flag);
 }

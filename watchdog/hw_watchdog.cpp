@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "core/log_line.h"
+#include "core/process_end.h"
 #include "core/threads.h"
 #include "platform/board_paths.h"
 #include "platform/board_time.h"
@@ -40,7 +41,7 @@ int active_wdog() {
   wdogfd = fd;
   if (fd < 0) {
     log_line("open wdog Error: ", std::strerror(errno));
-    std::exit(-1);
+    end_process(-1);
   }
   // The daemons started through the shell must not inherit the device and keep it open.
   fcntl(fd, F_SETFD, FD_CLOEXEC);
@@ -48,7 +49,7 @@ int active_wdog() {
   int timeout = kTimeoutSeconds;
   if (ioctl(fd, WDIOC_SETTIMEOUT, &timeout) != 0) {
     log_line("Error: Set watchdog interval failed");
-    std::exit(-1);
+    end_process(-1);
   }
   int config = option ? static_cast<int>(std::strtol(option, nullptr, 10)) : kDefaultFuncConfig;
   log_line("WDIOC_SETFUNCCONFIG: ", config);

@@ -7,11 +7,14 @@
 #include "sim/common/sim_files.h"
 #include "sim/common/wallclock.h"
 
+void (*board_sleep_interrupted)() = nullptr;
+
 void board_sleep(unsigned seconds) {
   uint64_t ns = static_cast<uint64_t>(seconds) * 1000000000ull / sim::timescale();
   timespec left{static_cast<time_t>(ns / 1000000000ull), static_cast<long>(ns % 1000000000ull)};
-  while (nanosleep(&left, &left) != 0 && errno == EINTR) {
-  }
+  do {
+    if (board_sleep_interrupted != nullptr) board_sleep_interrupted();
+  } while (nanosleep(&left, &left) != 0 && errno == EINTR);
 }
 
 int board_interval_timer(unsigned seconds) {

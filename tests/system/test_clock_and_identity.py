@@ -164,11 +164,12 @@ def test_servers_asked_in_turn_offsets_published_and_daemons_told(board):
                      "notify chimer sync time to mcu", "notify AppBridge time offset",
                      "ntpdate return:garbage", "", "time offset 0s (0s)",
                      "ntpserver no valid response, retry next 60s"])
-    # A minute of board time from the end of a query to the next, whatever its outcome.
+    # A minute of board time from the end of a query to the next, whatever its outcome (the
+    # counter ticks 30 ms of board time at a time).
     ends = sorted(stamps(board, "ntpserver no valid") + [
         int(line.split()[0]) for line in board.console() if "current ap time:" in line])
     queries = stamps(board, "sync with server:")
-    assert all(60000 <= b - a <= 70000 for a, b in zip(ends, queries[1:])), (ends, queries)
+    assert all(59900 <= b - a <= 70000 for a, b in zip(ends, queries[1:])), (ends, queries)
     # The network time and the offset, as the modules receive them.
     network = [calendar.timegm(time.strptime(m[10:], "%a %b %d %H:%M:%S %Y"))
                for m in found if m.startswith("ntp time: ")]
@@ -193,7 +194,7 @@ def test_valid_clock_waits_an_hour_and_a_missing_appbridge_is_not_told(board):
         board.wait_console("notify chimer sync time to mcu")
     assert [p.id for p in chimer.packets] == [SYNC_TIME] and appbridge.packets == []
     # The clock was valid: a stale offset is removed at the start, the next query an hour on.
-    wait_for(lambda: len(stamps(board, "sync with server:")) == 2, 60, "the second query")
+    wait_for(lambda: len(stamps(board, "sync with server:")) >= 2, 60, "the second query")
     found = messages(board)
     in_order(found, ["ntp_thread start", "tq_system: rm -rf " + board.path(OFFSET_FILE),
                      re.compile(r"1\d\d current ap time:.*"), " next try after 60min",

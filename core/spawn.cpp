@@ -1,0 +1,86 @@
+#include "core/spawn.h"
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+
+#include "core/signals.h"
+
+extern char** environ;
+
+pid_t spawn_child(const char* const argv[], int* output) {
+  posix_spawnattr_t attributes;
+  posix_spawnattr_init(&attributes);
+  sigset_t all, none;
+  sigfillset(&all);
+  sigemptyset(&none);
+  posix_spawnattr_setsigdefault(&attributes, &all);
+  posix_spawnattr_setsigmask(&attributes, &none);
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
+
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  int pipe_ends[2] = {-1, -1};
+  if (output != nullptr) {
+    if (pipe2(pipe_ends, O_CLOEXEC) != 0) return -1;
+    posix_spawn_file_actions_adddup2(&actions, pipe_ends[1], STDOUT_FILENO);
+  }
+  // Whatever another thread opened without close-on-exec stays with the supervisor.
+  posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
+
+  pid_t pid = -1;
+  int error = posix_spawnp(&pid, argv[0], &actions, &attributes, const_cast<char* const*>(argv),
+                           environ);
+  posix_spawn_file_actions_destroy(&actions);
+  posix_spawnattr_destroy(&attributes);
+  if (output != nullptr) {
+    close(pipe_ends[1]);
+    if (error == 0)
+      *output = pipe_ends[0];
+    else
+      close(pipe_ends[0]);
+  }
+  if (error != 0) {
+    errno = error;
+    return -1;
+  }
+  return pid;
+}
+
+int wait_child(pid_t pid) {
+  int status = 0;
+  for (;;) {
+    if (waitpid(pid, &status, 0) == pid) return status;
+    if (errno != EINTR) return -1;
+    stop_if_requested();
+  }
+}
+
+int run_child(const char* const argv[]) {
+  pid_t pid = spawn_child(argv);
+  return pid < 0 ? -1 : wait_child(pid);
+}
+
+int run_child_output(const char* const argv[], std::string* output, size_t limit) {
+  int fd = -1;
+  pid_t pid = spawn_child(argv, &fd);
+  if (pid < 0) return -1;
+  char buffer[512];
+  for (;;) {
+    ssize_t n = read(fd, buffer, sizeof buffer);
+    if (n > 0) {
+      output->append(buffer, std::min(static_cast<size_t>(n), limit - std::min(limit, output->size())));
+    } else if (n == 0 || errno != EINTR) {
+      break;
+    } else {
+      stop_if_requested();
+    }
+  }
+  close(fd);
+  return wait_child(pid);
+}

@@ -1,0 +1,118 @@
+"""Voice prompts on the way down, and the memory snapshot debug command."""
+
+import re
+import struct
+import wave
+
+import pytest
+
+from supervisor_log import in_order, messages, pids, run
+
+USER = "mnt/data/belvane/sounds/"
+FACTORY = "opt/belvane/resources/sounds/"
+FRAMES = 1000  # three whole periods of 256 frames and a short fourth
+DEVICE = ["playback: max buffer size: 65536", "playback: reliable buffer size: 1024",
+          "playback: min period size: 256", "playback: reliable period size: 256",
+          "playback: malloc tx buffer size:  512"]
+
+
+def samples(first, count):
+    return b"".join(struct.pack("<h", i) for i in range(first, first + count))
+
+
+def prompt(board, relative):
+    with wave.open(board.path(relative), "wb") as w:
+        w.setnchannels(1)
+        w.setsampwidth(2)
+        w.setframerate(16000)
+        w.writeframes(samples(0, FRAMES))
+    return board.path(relative)
+
+
+def sound_records(board, text):
+    return [r for r in board.records("sound") if r.text.startswith(text)]
+
+
+@pytest.mark.parametrize("where, name, mixer", [
+    ("user", "bye.wav", "on"),
+    # No product number, no region: the factory prompt lies right in the factory directory.
+    ("factory", "n" * 26 + ".wav", "off"),
+])
+def test_prompt_plays_before_the_board_goes_down(board, where, name, mixer):
+    board.mcu(pn_result=-1)
+    board.tool("sound", "mixer=" + mixer)
+    path = prompt(board, (USER if where == "user" else FACTORY + "/") + name)
+    run(board)
+    board.tool("poweroff", name)
+    assert board.wait_exit() == 0
+
+    found = messages(board)
+    lookup = [] if where == "user" else ["No customed sound file " + board.path(USER + name),
+                                         "try sound file " + path]
+    volume = ["playback: current volume 204"] if mixer == "on" else []
+    in_order(found, ["Speaker " + name, *lookup, "playback: try open " + path,
+                     "playback: find the last data chunk",
+                     "playback: header length: 44, total length: %d" % (44 + 2 * FRAMES),
+                     *DEVICE, *volume, "destroy_snd_thread succ = 0", "call shutdown -h now"])
+    assert not any(m.startswith(("No customed", "playback: current volume")) for m in found
+                   if m not in lookup + volume)
+    assert [r.text for r in sound_records(board, "mixer")] == (["mixer set 204"] if volume else [])
+    # The last period is written whole: its tail holds the end of the block before it.
+    assert board.read("sim/pcm.raw", "rb") == samples(0, FRAMES) + samples(744, 24)
+    opened, closed = sound_records(board, "pcm params")[0], sound_records(board, "pcm close")[0]
+    assert closed.text == "pcm close 1024 frames"
+    assert closed.stamp - opened.stamp >= 1000 + 64  # the first prompt's wait, then its length
+    shutdown = next(r for r in board.records("tools") if r.text == "shutdown -h now")
+    assert closed.stamp <= shutdown.stamp
+
+
+def test_unplayable_prompt_is_tried_four_times_then_the_board_goes_down(board):
+    board.tool("sound", "pcm=fail")
+    path = prompt(board, USER + "bye.wav")
+    run(board)
+    board.tool("poweroff", "bye.wav")
+    assert board.wait_exit() == 0
+
+    attempt = ["playback: try open " + path, "playback: find the last data chunk",
+               "playback: header length: 44, total length: 2044",
+               "playback: unable to open pcm device: No such device", "playback: init pcm para fail"]
+    found = messages(board)
+    in_order(found, attempt * 4 + ["destroy_snd_thread succ = 0", "call shutdown -h now"])
+    assert found.count(attempt[0]) == 4
+    refused = [r.stamp for r in sound_records(board, "pcm open refused")]
+    assert len(refused) == 4
+    assert all(1000 <= b - a < 3000 for a, b in zip(refused, refused[1:])), refused
+
+
+def test_no_prompt_no_sound_thread(board):
+    run(board)
+    board.tool("poweroff")
+    assert board.wait_exit() == 0
+    found = messages(board)
+    assert "call shutdown -h now" in found
+    assert not [m for m in found if m.startswith(("Speaker", "playback:", "destroy_snd_thread"))]
+    assert board.records("sound") == []
+
+
+def snapshot(board):
+    board.exec("sh", "-c", "cd %s && exec custodo-memlog" % board.root, check=True)
+    blocks = board.read("MemoryLog.txt").split("\n\n")
+    assert blocks[-1] == ""
+    return [dict(line.split(": ", 1) for line in block.split("\n")) for block in blocks[:-1]]
+
+
+def test_memory_snapshot_of_every_process(board):
+    run(board)
+    supervisor = int(re.search(r"start supervisor pid (\d+)", board.texts("init")[-1]).group(1))
+    first = snapshot(board)
+    second = snapshot(board)
+    by_pid = {int(b["PID"]): b for b in second}
+    assert len(by_pid) == len(second)  # one block a process: "self" gives none
+    live = {1: "custodo-board", supervisor: "custodo"}
+    live.update({pid: name for name, pid in pids(board).items()})
+    for pid, name in live.items():
+        assert by_pid[pid]["Name"] == name[:15]
+        assert int(by_pid[pid]["Memory"]) > 0
+    # Only the second snapshot is left: it holds the second command, not the first.
+    mine = [b["PID"] for b in second if b["Name"] == "custodo-memlog"]
+    assert len(mine) == 1 and mine != [b["PID"] for b in first if b["Name"] == "custodo-memlog"]

@@ -114,7 +114,7 @@ TEST(WavHeader, SurvivesMutatedFiles) {
   std::mt19937 random(20240917);
   const std::string base = riff(chunk("LIST", 6, "abcdef") + format(16, 18) + data(64, 64));
   const uint32_t sizes[] = {0, 1, 2, 8, 16, 18, 0x7fffffff, 0x80000000u, 0xfffffff8u, 0xffffffffu};
-  int saved_stderr = dup(STDERR_FILENO);  // cut format chunks complain there
+  int saved_stderr = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0);  // cut format chunks complain there
   int null = open("/dev/null", O_WRONLY | O_CLOEXEC);
   dup2(null, STDERR_FILENO);
   for (int i = 0; i < 3000; ++i) {

@@ -6,7 +6,8 @@
 void set_speaker_volume(int percent) {
   snd_mixer_t* mixer = nullptr;
   if (snd_mixer_open(&mixer, 0) < 0) return;
-  // Without a mixer there is no element to find below, which is the answer wanted.
+  // Unchecked: a mixer that cannot be attached or loaded has no element, and is left alone
+  // like one without the speaker's.
   snd_mixer_attach(mixer, "default");
   snd_mixer_selem_register(mixer, nullptr, nullptr);
   snd_mixer_load(mixer);

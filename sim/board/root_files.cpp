@@ -1,6 +1,5 @@
 #include "sim/board/root_files.h"
 
-
 namespace root_files {
 
 std::string process_list() {

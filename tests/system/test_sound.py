@@ -34,6 +34,14 @@ def sound_records(board, text):
     return [r for r in board.records("sound") if r.text.startswith(text)]
 
 
+def power_off(board, name):
+    """Runs the board and asks for a power-off with the prompt; the messages once it is down."""
+    run(board)
+    board.tool("poweroff", name)
+    assert board.wait_exit() == 0
+    return messages(board)
+
+
 @pytest.mark.parametrize("where, name, mixer, missing", [
     ("user", "bye.wav", "on", 0),
     # No product number, no region: the factory prompt lies right in the factory directory.
@@ -46,11 +54,7 @@ def test_prompt_plays_before_the_board_goes_down(board, where, name, mixer, miss
     board.tool("sound", "mixer=" + mixer)
     path = prompt(board, (USER if where == "user" else FACTORY + "/") + name)
     os.truncate(path, os.path.getsize(path) - 2 * missing)
-    run(board)
-    board.tool("poweroff", name)
-    assert board.wait_exit() == 0
-
-    found = messages(board)
+    found = power_off(board, name)
     lookup = [] if where == "user" else ["No customed sound file " + board.path(USER + name),
                                          "try sound file " + path]
     volume = ["playback: current volume 204"] if mixer == "on" else []
@@ -77,52 +81,36 @@ def test_prompt_plays_before_the_board_goes_down(board, where, name, mixer, miss
 def test_unplayable_prompt_is_tried_four_times_then_the_board_goes_down(board):
     board.tool("sound", "pcm=fail")
     path = prompt(board, USER + "bye.wav")
-    run(board)
-    board.tool("poweroff", "bye.wav")
-    assert board.wait_exit() == 0
-
+    found = power_off(board, "bye.wav")
     attempt = ["playback: try open " + path, "playback: find the last data chunk",
                "playback: header length: 44, total length: 2044",
                "playback: unable to open pcm device: No such device",
                "playback: init pcm para fail"]
-    found = messages(board)
     in_order(found, attempt * 4 + ["destroy_snd_thread succ = 0", "call shutdown -h now"])
     assert found.count(attempt[0]) == 4
     refused = [r.stamp for r in sound_records(board, "pcm open refused")]
-    assert len(refused) == 4
     # A second apart, give or take the counter's millisecond steps.
-    assert all(990 <= b - a < 3000 for a, b in zip(refused, refused[1:])), refused
-
-
-def test_no_prompt_no_sound_thread(board):
-    run(board)
-    board.tool("poweroff")
-    assert board.wait_exit() == 0
-    found = messages(board)
-    assert "call shutdown -h now" in found
-    assert not [m for m in found if m.startswith(("Speaker", "playback:", "destroy_snd_thread"))]
-    assert board.records("sound") == []
+    assert len(refused) == 4 and all(990 <= b - a < 3000 for a, b in zip(refused, refused[1:]))
 
 
 def snapshot(board):
+    """Runs the debug command in the board root; its blocks by pid, and its own pid."""
     board.exec("sh", "-c", "cd %s && exec custodo-memlog" % board.root, check=True)
     blocks = board.read("MemoryLog.txt").split("\n\n")
     assert blocks[-1] == ""
-    return [dict(line.split(": ", 1) for line in block.split("\n")) for block in blocks[:-1]]
+    blocks = [dict(line.split(": ", 1) for line in block.split("\n")) for block in blocks[:-1]]
+    by_pid = {int(b["PID"]): b for b in blocks}
+    assert len(by_pid) == len(blocks)  # one block a process: "self" gives none
+    return by_pid, [pid for pid, b in by_pid.items() if b["Name"] == "custodo-memlog"]
 
 
 def test_memory_snapshot_of_every_process(board):
     run(board)
     supervisor = int(re.search(r"start supervisor pid (\d+)", board.texts("init")[-1]).group(1))
-    first = snapshot(board)
-    second = snapshot(board)
-    by_pid = {int(b["PID"]): b for b in second}
-    assert len(by_pid) == len(second)  # one block a process: "self" gives none
-    live = {1: "custodo-board", supervisor: "custodo"}
-    live.update({pid: name for name, pid in pids(board).items()})
+    _, first = snapshot(board)
+    by_pid, second = snapshot(board)
+    live = {1: "custodo-board", supervisor: "custodo", **{p: n for n, p in pids(board).items()}}
     for pid, name in live.items():
-        assert by_pid[pid]["Name"] == name[:15]
-        assert int(by_pid[pid]["Memory"]) > 0
+        assert by_pid[pid]["Name"] == name[:15] and int(by_pid[pid]["Memory"]) > 0
     # Only the second snapshot is left: it holds the second command, not the first.
-    mine = [b["PID"] for b in second if b["Name"] == "custodo-memlog"]
-    assert len(mine) == 1 and mine != [b["PID"] for b in first if b["Name"] == "custodo-memlog"]
+    assert len(second) == 1 and second != first

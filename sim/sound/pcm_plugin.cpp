@@ -26,8 +26,8 @@ constexpr unsigned kMaxBufferBytes = 65536 * 2;
 
 struct Speaker {
   snd_pcm_ioplug_t io{};
-  int out = -1;              // sim/pcm.raw
-  uint64_t frames = 0;       // played since the open
+  int out = -1;         // sim/pcm.raw
+  uint64_t frames = 0;  // played since the open
 };
 
 Speaker* speaker_of(snd_pcm_ioplug_t* io) { return static_cast<Speaker*>(io->private_data); }

@@ -12,10 +12,12 @@
 #include "crash/crash_counter.h"
 #include "crash/crash_stat.h"
 #include "ipc/messages.h"
+#include "ipc/receive_thread.h"
 #include "ipc/send.h"
 #include "platform/board_paths.h"
 #include "platform/tqlog.h"
 #include "process/process_management.h"
+#include "sound/speaker.h"
 #include "update/boot_flags.h"
 #include "watchdog/hw_watchdog.h"
 
@@ -89,13 +91,18 @@ void cpu_performance() {
 
   switch (decision) {
     case POWER_OFF:
-    case REBOOT:
+    case REBOOT: {
       clear_crash_time();
+      // The prompt plays while the daemons stop; the board goes down once it has ended.
+      bool prompt = g_szSoundFile[0] != '\0';
+      if (prompt) create_snd_thread();
       send_ipc_msg(MSG_SHUTDOWN_WATCHDOG_ACK, nullptr, 0);
       cpu_performance();
       log_line("set cpu to performance mode then shutdown all process");
       ProcessManagement.KillAllProcess(KILL_WAIT_LOGD);
+      if (prompt) destroy_snd_thread();
       shut_down(decision == POWER_OFF ? "shutdown -h now" : "shutdown -r now");
+    }
     case CRASH_REBOOT:
       // The crash counter stays: the next boot still knows how this one ended.
       cpu_performance();

@@ -23,6 +23,7 @@ int cmd_release(const Args& args);
 int cmd_daemon(const Args& args);
 int cmd_unstick(const Args& args);
 int cmd_ntpdate(const Args& args);
+int cmd_sound(const Args& args);
 int cmd_show(const Args& args);
 
 // The board's init, PID 1 of a booted board (hidden: `run` starts it).

@@ -41,8 +41,11 @@ const Command kCommands[] = {
     {"unstick", cmd_unstick, "unstick DIR                   answer the waiting stuck reads"},
     {"ntpdate", cmd_ntpdate, "ntpdate DIR push TEXT | hold | release\n"
                              "                                queue an ntpdate answer, hold calls"},
-    {"show", cmd_show, "show DIR [console|init|watchdog|mcu|tools|daemons|stat|clock]\n"
-                       "                                the board's state or a record"},
+    {"sound", cmd_sound, "sound DIR [mixer=on|off] [pcm=ok|fail]\n"
+                         "                                the volume element; a speaker that fails"},
+    {"show", cmd_show,
+     "show DIR [console|init|watchdog|mcu|tools|daemons|stat|clock|sound]\n"
+     "                                the board's state or a record"},
 };
 
 void help() {

@@ -1,7 +1,5 @@
 #include "sim/board/root_files.h"
 
-#include "sim/common/sim_files.h"
-
 namespace root_files {
 
 std::string process_list() {
@@ -46,13 +44,13 @@ std::string fw_env_config(const std::string& root) {
 }
 
 std::string asound_conf(const std::string& root) {
-  return "# Whatever the board plays ends up as raw samples in sim/pcm.raw.\n"
-         "pcm.!default {\n"
-         "  type file\n"
-         "  slave.pcm { type null }\n"
-         "  file \"" + root + "/" + sim::kPcmFile + "\"\n"
-         "  format \"raw\"\n"
-         "}\n";
+  std::string plugin = "\"" + root + "/" + kSoundPlugin + "\"";
+  return "# The board's speaker and mixer, ALSA plugins of the simulator: whatever the board\n"
+         "# plays ends up as raw samples in sim/pcm.raw.\n"
+         "pcm_type.custodo_sim { lib " + plugin + " }\n"
+         "ctl_type.custodo_sim { lib " + plugin + " }\n"
+         "pcm.!default { type custodo_sim }\n"
+         "ctl.!default { type custodo_sim }\n";
 }
 
 }  // namespace root_files

@@ -14,8 +14,10 @@ std::string mcu_firmware_match();
 std::string kernel_cmdline();
 // The redundant U-Boot environment: two copies below sim/.
 std::string fw_env_config(const std::string& root);
-// The default PCM writes raw samples to sim/pcm.raw; self-contained, since it replaces the
-// system's ALSA configuration.
+// Where a board keeps the simulator's ALSA plugin, below its root.
+constexpr const char* kSoundPlugin = "lib/custodo-sim-sound.so";
+// The default PCM and control are the simulator's speaker and mixer; self-contained, since it
+// replaces the system's ALSA configuration.
 std::string asound_conf(const std::string& root);
 
 }  // namespace root_files

@@ -88,8 +88,8 @@ void populate(Layout& at, const std::string& root) {
   for (const char* d : {"opt/belvane/watchdog", "opt/belvane/firmware/bin", "opt/belvane/scripts",
                         "opt/belvane/resources/sounds/prc", "dev/shm", "proc/belvane",
                         "mnt/reserve", "mnt/data/.temp", "mnt/data/quom", "mnt/data/belvane/sounds",
-                        "etc", "run/nodeipc", "bin", "sim/mcu", "sim/stubs", "sim/ntpdate/queue",
-                        "sim/fuse"})
+                        "etc", "run/nodeipc", "bin", "lib", "sim/mcu", "sim/sound", "sim/stubs",
+                        "sim/ntpdate/queue", "sim/fuse"})
     at.dir(d);
   // First: the lock file marks a board root, so that a failed init can be run again.
   at.file(sim::kLock, "");
@@ -108,6 +108,8 @@ void populate(Layout& at, const std::string& root) {
   std::string dir = self_dir();
   at.copy(dir + "/custodo-stubd", "bin/stubd");
   at.copy(dir + "/custodo-stubtool", "bin/stubtool");
+  at.copy(dir + "/custodo-memlog", "bin/custodo-memlog");
+  at.copy(dir + "/custodo-sim-sound.so", root_files::kSoundPlugin);
   for (const char* name : kDaemons) at.link(std::string("bin/") + name, "stubd");
   for (const char* name : kTools) at.link(std::string("bin/") + name, "stubtool");
   at.link("opt/belvane/scripts/cpu.sh", "../../../bin/stubtool");

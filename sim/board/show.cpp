@@ -18,6 +18,7 @@ const Record kRecords[] = {
     {"console", sim::kConsoleLog}, {"init", sim::kInitLog},     {"watchdog", sim::kWatchdogLog},
     {"mcu", sim::kMcuState},       {"mcu", sim::kMcuCalls},     {"tools", sim::kToolsLog},
     {"daemons", sim::kDaemonsLog}, {"stat", "sim/tqstat.log"},  {"clock", sim::kClockLog},
+    {"sound", sim::kSoundLog},
 };
 
 int line_count(const std::string& path) {
@@ -41,7 +42,8 @@ void summary(const std::string& dir) {
 
 int cmd_show(const Args& args) {
   if (args.empty() || args.size() > 2)
-    return fail("usage: custodo-board show DIR [console|init|watchdog|mcu|tools|daemons|stat|clock]");
+    return fail(
+        "usage: custodo-board show DIR [console|init|watchdog|mcu|tools|daemons|stat|clock|sound]");
   std::string root;
   if (need_root(args[0], &root) != 0) return 1;
   if (args.size() == 1) {

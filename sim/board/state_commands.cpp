@@ -1,5 +1,6 @@
 // Commands that set the board's state: the MCU, the counter, the wall clock, the init's
-// restart hold, the stub daemons' behaviour, stuck reads and the canned ntpdate answers.
+// restart hold, the stub daemons' behaviour, stuck reads, the canned ntpdate answers and the
+// speaker and mixer.
 #include <dirent.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -20,6 +21,17 @@
 namespace {
 
 const char* const kStubModes[] = {"hup-exit", "hup-ignore", "stuck", "zombie"};
+
+// The speaker and mixer settings: each is a flag file, present for the setting's second value.
+struct SoundSetting {
+  const char* text;
+  const char* flag;
+  bool present;
+};
+const SoundSetting kSoundSettings[] = {{"mixer=on", sim::kNoMixer, false},
+                                       {"mixer=off", sim::kNoMixer, true},
+                                       {"pcm=ok", sim::kPcmFail, false},
+                                       {"pcm=fail", sim::kPcmFail, true}};
 
 int ask_board(const std::string& dir, const std::string& request) {
   std::string root, answer;
@@ -142,6 +154,29 @@ int cmd_ntpdate(const Args& args) {
     if (!write_file(dir + "/hold", "")) return fail("cannot write " + dir + "/hold");
   } else {
     unlink((dir + "/hold").c_str());
+  }
+  return 0;
+}
+
+int cmd_sound(const Args& args) {
+  if (args.size() < 2) return fail("usage: custodo-board sound DIR [mixer=on|off] [pcm=ok|fail]");
+  // Every setting is checked before any is made.
+  std::vector<const SoundSetting*> chosen;
+  for (size_t i = 1; i < args.size(); ++i) {
+    auto found = std::find_if(std::begin(kSoundSettings), std::end(kSoundSettings),
+                              [&](const SoundSetting& s) { return args[i] == s.text; });
+    if (found == std::end(kSoundSettings))
+      return fail("unknown setting " + args[i] + " (mixer=on|off, pcm=ok|fail)");
+    chosen.push_back(found);
+  }
+  std::string root;
+  if (need_root(args[0], &root) != 0) return 1;
+  for (const SoundSetting* setting : chosen) {
+    std::string flag = sim::file(setting->flag);
+    if (!setting->present)
+      unlink(flag.c_str());
+    else if (!write_file(flag, ""))
+      return fail("cannot write " + flag);
   }
   return 0;
 }

@@ -34,6 +34,7 @@ RECORDS = {
     "daemons": "sim/daemons.log",
     "stat": "sim/tqstat.log",
     "clock": "sim/clock.log",
+    "sound": "sim/sound.log",
     "run.err": "sim/run.err",  # custodo-board's own standard error
 }
 

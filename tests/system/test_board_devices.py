@@ -17,7 +17,8 @@ def test_mcu_state_is_set_whole_or_not_at_all(board):
 
 
 def test_played_sound_lands_in_the_pcm_file(board, tmp_path):
-    frames = b"".join(struct.pack("<h", (i * 37) % 20000 - 10000) for i in range(4000))
+    # Whole periods of 256 frames: a player fills its last period up with silence.
+    frames = b"".join(struct.pack("<h", (i * 37) % 20000 - 10000) for i in range(4096))
     prompt = tmp_path / "prompt.wav"
     with wave.open(str(prompt), "wb") as w:
         w.setnchannels(1)

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "core/event_queue.h"
+#include "core/liveness.h"
 #include "core/log_line.h"
 #include "core/main_loop.h"
 #include "core/signals.h"
@@ -50,6 +51,12 @@ std::string config_dir(int argc, char* argv[]) {
   return fallback;
 }
 
+// A start-up phase ended: the main thread moves on.
+void phase_done(const char* line) {
+  log_line(line);
+  note_progress();
+}
+
 void arm_watchdog() {
   active_wdog();
   feed_wdog();
@@ -87,6 +94,7 @@ int main(int argc, char* argv[]) {
   if (already_running(board_path(BoardPath::PidFile)) != 0) return 0;
   force_killall();
   fl_signalinit();
+  liveness_init();
   std::string conf_dir = config_dir(argc, argv);
   arm_watchdog();
   update_mcu(board_path(BoardPath::McuFirmwareMatch));
@@ -97,29 +105,29 @@ int main(int argc, char* argv[]) {
   sync_ap_with_mcu();
   std::string list_path = conf_dir + "/" + process_list_for_mode(mode);
   ProcessManagement.SetIntegrityFailed(check_integrity(conf_dir) == 0);
-  log_line("##################### 0. done...");
+  phase_done("##################### 0. done...");
 
   ProcessManagement.InitialConfig(list_path);
-  log_line("##################### 1. InitialConfig done...");
+  phase_done("##################### 1. InitialConfig done...");
   ProcessManagement.CheckAllProcess();
-  log_line("##################### 2. CheckAllProcess done...");
+  phase_done("##################### 2. CheckAllProcess done...");
   ProcessManagement.KillAllProcess(KILL_WAIT);
-  log_line("##################### 3. KillAllProcess done...");
+  phase_done("##################### 3. KillAllProcess done...");
   getrobotpn();
   getmcuver();
   create_ntp_thread(conf_dir);
   ProcessManagement.StartAllProcess();
   board_sleep(1);
-  log_line("##################### 4. StartAllProcess done...");
+  phase_done("##################### 4. StartAllProcess done...");
   ProcessManagement.InitialMonitor();
-  log_line("##################### 5. InitialMonitor done...");
+  phase_done("##################### 5. InitialMonitor done...");
   if (total_crash <= kRestorePartitionMaxCrashes) {
     restore_partition_flag();
   } else {
     // Unrestored, the flag lets the boot loader fall back to the other partition.
     log_line(" !!!!!!!!!!! not resotre partition flag, will switch partition if the system keep going wrong");
   }
-  log_line("##################### 6. Restore partition flag done...");
+  phase_done("##################### 6. Restore partition flag done...");
 
   create_ipc_thread();
   OS_InitTimer();

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "core/event_queue.h"
+#include "core/liveness.h"
 #include "core/log_line.h"
 #include "core/process_end.h"
 #include "core/shell.h"
@@ -148,6 +149,7 @@ void run_main_loop() {
   for (;;) {
     int event = 0;
     if (OS_RecvQueue(&event, 0) == 0) continue;
+    note_progress();
     switch (event) {
       case CHECK_PROCESS:
         if (Decision decision = check_processes(); decision != STAY) leave(decision);

@@ -16,10 +16,10 @@
 static std::atomic<const uint64_t*> jiffies_cur{nullptr};
 
 int init_jiffies_mmap() {
-  int fd = open(board_path(BoardPath::Jiffies), O_RDONLY);
+  int fd = open(board_path(BoardPath::Jiffies), O_RDONLY | O_CLOEXEC);
   if (fd < 1) {
     // The MCU serial driver offers the same counter.
-    fd = open(board_path(BoardPath::UartMcu), O_RDONLY);
+    fd = open(board_path(BoardPath::UartMcu), O_RDONLY | O_CLOEXEC);
     if (fd < 1) {
       print_raw("%s:open uart mcu driver error: %s\n", "init_jiffies_mmap", std::strerror(errno));
       return -1;

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cerrno>
 
+#include "core/liveness.h"
 #include "core/log_line.h"
 #include "core/process_end.h"
 #include "crash/boot_reason.h"
@@ -65,6 +66,13 @@ void on_signal(int signal, siginfo_t* info, void*) {
   errno = saved;
 }
 
+// Sleeps of the main thread give way to a stop request, and count as progress.
+void main_thread_sleeps(BoardSleepEvent event) {
+  if (!pthread_equal(pthread_self(), main_thread)) return;
+  if (event != kSleepEnds) stop_if_requested();
+  described_wait(event != kSleepEnds);
+}
+
 }  // namespace
 
 void main_thread_signals(sigset_t* set) {
@@ -76,7 +84,7 @@ void main_thread_signals(sigset_t* set) {
 
 int fl_signalinit() {
   main_thread = pthread_self();
-  board_sleep_interrupted = stop_if_requested;
+  board_sleep_hook = main_thread_sleeps;
   struct sigaction action {};
   action.sa_sigaction = on_signal;
   // No SA_RESTART: a wait of the main thread must come back to look at the request.

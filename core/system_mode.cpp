@@ -59,14 +59,14 @@ int getsysmode() {
 }
 
 int is_mcu_ready() {
-  FILE* marker = std::fopen(board_path(BoardPath::McuReady), "r");
+  FILE* marker = std::fopen(board_path(BoardPath::McuReady), "re");
   if (marker == nullptr) return 0;
   std::fclose(marker);
   return 1;
 }
 
 int set_mcu_ready() {
-  FILE* marker = std::fopen(board_path(BoardPath::McuReady), "w");
+  FILE* marker = std::fopen(board_path(BoardPath::McuReady), "we");
   if (marker == nullptr) return 0;
   std::fclose(marker);
   return 1;

@@ -15,7 +15,7 @@ enum class ReadResult { CannotOpen, Empty, Read };
 
 // The file is shared with the kernel and other daemons: reopened on every use.
 ReadResult read_boot_reason(int* word) {
-  FILE* file = std::fopen(board_path(BoardPath::BootReason), "r");
+  FILE* file = std::fopen(board_path(BoardPath::BootReason), "re");
   if (file == nullptr) return ReadResult::CannotOpen;
   char text[17] = {0};
   size_t count = std::fread(text, 1, 16, file);
@@ -41,7 +41,7 @@ bool read_or_log(int* word) {
 }
 
 int write_boot_reason(int word) {
-  FILE* file = std::fopen(board_path(BoardPath::BootReason), "w");
+  FILE* file = std::fopen(board_path(BoardPath::BootReason), "we");
   if (file == nullptr) {
     log_line("cannot open /proc/belvane/boot_reason for write");
     return -1;

@@ -1,7 +1,12 @@
 #include "crash/crash_counter.h"
 
+#include <algorithm>
+#include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <string>
 
 #include "core/log_line.h"
 #include "core/shell.h"
@@ -10,29 +15,43 @@
 
 namespace {
 
-// The raw value of the counter file; 0 when there is none.
+constexpr int kPerGroup = 5;
+// The most crashes whose encoding still fits an int.
+constexpr int kMostCrashes = (INT_MAX >> 8) * kPerGroup + kPerGroup - 1;
+
+// The raw value of the counter file; 0 when there is none. A value that is no count (negative,
+// or beyond an int) reads as 0: it would make the supervisor wait on every start and never
+// reach the crash reboot.
 int read_counter_value() {
-  FILE* file = std::fopen(board_path(BoardPath::FailureCount), "r");
+  FILE* file = std::fopen(board_path(BoardPath::FailureCount), "re");
   if (file == nullptr) return 0;
   char line[16] = {0};
-  int value = 0;
-  if (std::fgets(line, sizeof line, file) != nullptr) value = static_cast<int>(std::strtol(line, nullptr, 10));
+  long value = 0;
+  if (std::fgets(line, sizeof line, file) != nullptr) {
+    errno = 0;
+    value = std::strtol(line, nullptr, 10);
+    if (errno == ERANGE || value < 0 || value > INT_MAX) {
+      log_line("read failure_count: not a crash count: ", std::string(line, std::strcspn(line, "\n")),
+               ", taken as 0");
+      value = 0;
+    }
+  }
   std::fclose(file);
-  return value;
+  return static_cast<int>(value);
 }
 
 }  // namespace
 
 int get_total_crash() {
   int value = read_counter_value();
-  return (value >> 8) * 5 + (value & 0xFF);
+  return (value >> 8) * kPerGroup + (value & 0xFF);
 }
 
 int get_current_crash() { return read_counter_value() & 0xFF; }
 
 void add_crash_time() {
-  int total = get_total_crash() + 1;
-  int value = total % 5 + ((total / 5) << 8);
+  int total = std::min(get_total_crash(), kMostCrashes - 1) + 1;
+  int value = total % kPerGroup + ((total / kPerGroup) << 8);
   char text[16];
   int length = std::snprintf(text, sizeof text, "%d", value);
   if (write_state_file(board_path(BoardPath::FailureCount), text, static_cast<size_t>(length)) < 0) {

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "core/liveness.h"
 #include "core/log_line.h"
 #include "core/state_file.h"
 #include "device/mcu_link.h"
@@ -48,7 +49,10 @@ int update_mcu(const char* match_path) {
   if (open_mcu_link("init_uart failed ", " abort update mcu firmware") < 0) return -1;
   log_line("start to update mcu firmware ", line);
   unsigned char outcome[kRecordBytes] = {};
+  // Flashing takes as long as it takes: the supervisor waits on purpose.
+  described_wait(true);
   int result = upgrade_mcu_if_not_match(line, outcome);
+  described_wait(false);
   log_line("update mcu firmware done ", result);
   close_uart();
   return result;

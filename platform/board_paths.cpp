@@ -3,7 +3,7 @@
 #include <array>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
+#include <cstring>
 #include <string>
 
 namespace {
@@ -89,9 +89,12 @@ std::string board_check() {
   if (root == nullptr || *root == '\0')
     return "CUSTODO_BOARD_ROOT is not set: this simulated build runs only on a simulated board "
            "(custodo-board run DIR)";
-  std::ifstream comm("/proc/1/comm");
-  std::string init;
-  std::getline(comm, init);
+  char comm[64] = {};
+  if (FILE* file = std::fopen("/proc/1/comm", "re")) {
+    if (std::fgets(comm, sizeof comm, file) == nullptr) comm[0] = '\0';
+    std::fclose(file);
+  }
+  std::string init(comm, std::strcspn(comm, "\n"));
   if (init != "custodo-board")
     return "not inside a simulated board (PID 1 is '" + init +
            "', not custodo-board): start it with custodo-board run DIR";

@@ -5,12 +5,19 @@
 #pragma once
 #include <sys/time.h>
 
+#include <cstdint>
+
 // Sleeps the full number of seconds: a signal does not cut it short. A cancellation point.
 void board_sleep(unsigned seconds);
 
-// Called, when set, before a sleep and whenever a signal interrupts it: the program's chance
-// to act on a signal in ordinary context (it may not return).
-extern void (*board_sleep_interrupted)();
+// Called, when set, around every sleep: kSleepBegins before it, kSleepInterrupted whenever a
+// signal interrupts it (the program's chance to act on a signal in ordinary context; it may
+// not return), kSleepEnds after it.
+enum BoardSleepEvent { kSleepBegins, kSleepInterrupted, kSleepEnds };
+extern void (*board_sleep_hook)(BoardSleepEvent event);
+
+// Milliseconds of board time since some fixed moment, never set back.
+int64_t board_monotonic_ms();
 
 // Arms ITIMER_REAL with a first expiry and an interval of `seconds`; setitimer's result.
 int board_interval_timer(unsigned seconds);

@@ -3,13 +3,19 @@
 
 #include "platform/board_time.h"
 
-void (*board_sleep_interrupted)() = nullptr;
+void (*board_sleep_hook)(BoardSleepEvent) = nullptr;
+
+namespace {
+void tell(BoardSleepEvent event) {
+  if (board_sleep_hook != nullptr) board_sleep_hook(event);
+}
+}  // namespace
 
 void board_sleep(unsigned seconds) {
   timespec left{static_cast<time_t>(seconds), 0};
-  do {
-    if (board_sleep_interrupted != nullptr) board_sleep_interrupted();
-  } while (nanosleep(&left, &left) != 0 && errno == EINTR);
+  tell(kSleepBegins);
+  while (nanosleep(&left, &left) != 0 && errno == EINTR) tell(kSleepInterrupted);
+  tell(kSleepEnds);
 }
 
 int board_interval_timer(unsigned seconds) {
@@ -17,6 +23,12 @@ int board_interval_timer(unsigned seconds) {
   tv.it_value.tv_sec = seconds;
   tv.it_interval.tv_sec = seconds;
   return setitimer(ITIMER_REAL, &tv, nullptr);
+}
+
+int64_t board_monotonic_ms() {
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
 }
 
 int board_gettimeofday(struct timeval* tv, struct timezone* tz) { return gettimeofday(tv, tz); }

@@ -1,5 +1,7 @@
+#include <cerrno>
+#include <climits>
+#include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <string>
 
 #include "core/log_line.h"
@@ -24,6 +26,16 @@ int to_number(const std::string& text) {
   return static_cast<int>(std::strtol(text.c_str(), nullptr, 10));
 }
 
+// A time that is negative, or beyond an int (which would read as -1), would stall the start
+// or the stop for ever.
+int to_seconds(const std::string& text, const char* field, const std::string& name) {
+  errno = 0;
+  long value = std::strtol(text.c_str(), nullptr, 10);
+  if (errno != ERANGE && value >= 0 && value <= INT_MAX) return static_cast<int>(value);
+  log_line("InitialConfig: ", field, " ", text, " of ", name, " out of range, taken as 0");
+  return 0;
+}
+
 ProcessInfo parse_record(std::string line) {
   ProcessInfo rec;
   std::string key_proc, kill_timeout;
@@ -36,8 +48,8 @@ ProcessInfo parse_record(std::string line) {
   std::string wait_after_start = line.substr(0, kill_timeout_length);
 
   rec.KeyProc = to_number(key_proc);
-  rec.KillTimeout = to_number(kill_timeout);
-  rec.WaitAfterStart = to_number(wait_after_start);
+  rec.KillTimeout = to_seconds(kill_timeout, "KillTimeout", rec.Name);
+  rec.WaitAfterStart = to_seconds(wait_after_start, "WaitAfterStart", rec.Name);
   rec.pid = -1;
   return rec;
 }
@@ -47,12 +59,16 @@ ProcessInfo parse_record(std::string line) {
 void RobotProcessManagement::InitialConfig(const std::string& path) {
   processes.clear();
 
-  std::ifstream file(path);
-  if (!file.is_open()) {
+  FILE* file = std::fopen(path.c_str(), "re");
+  if (file == nullptr) {
     log_line("InitialConfig: read config file failed ", path);
     end_process(0);
   }
-  for (std::string line; std::getline(file, line);) {
+  char* text = nullptr;
+  size_t capacity = 0;
+  for (ssize_t length; (length = getline(&text, &capacity, file)) >= 0;) {
+    std::string line(text, static_cast<size_t>(length));
+    if (!line.empty() && line.back() == '\n') line.pop_back();
     if (!line.empty() && line[0] == '#') continue;
     if (integrity_failed_ &&
         (line.find("AppBridge") != std::string::npos || line.find("netmgrd") != std::string::npos)) {
@@ -64,4 +80,6 @@ void RobotProcessManagement::InitialConfig(const std::string& path) {
              " KillTimeout:", rec.KillTimeout, " WaitAfterStart:", rec.WaitAfterStart);
     processes.push_back(rec);
   }
+  std::free(text);
+  std::fclose(file);
 }

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "core/liveness.h"
 #include "core/log_line.h"
 #include "platform/board_time.h"
 #include "process/process_management.h"
@@ -30,6 +31,7 @@ int RobotProcessManagement::KillAllProcess(KILL_ACTION action) {
     int pid = rec.pid;
     if (pid < 1) continue;
     log_line("Kill Process: ", pid, " ", rec.Name);
+    note_progress();
     SingleProcessHandler(pid, 0);
     if (waits_for_end(action, rec.Name)) {
       if (WaitProcessEnd(pid, rec.KillTimeout) == 1) {
@@ -63,7 +65,7 @@ int RobotProcessManagement::SingleProcessHandler(int pid, int mode) {
   if (mode != 0) return 0;
 
   std::string path = status_path(pid);
-  FILE* status = std::fopen(path.c_str(), "r");
+  FILE* status = std::fopen(path.c_str(), "re");
   if (status == nullptr) {
     log_line("read ", path, " file fail!");
     return 1;
@@ -97,7 +99,7 @@ int RobotProcessManagement::WaitProcessEnd(int pid, int timeout) {
   std::string path = status_path(pid);
   // A negative time-out wraps round to the longest possible wait.
   for (unsigned tries_left = static_cast<unsigned>(timeout); tries_left > 0; tries_left--) {
-    FILE* status = std::fopen(path.c_str(), "r");
+    FILE* status = std::fopen(path.c_str(), "re");
     if (status == nullptr) return 1;
     board_sleep(1);
     std::fclose(status);

@@ -32,7 +32,7 @@ int ntpdate_query(const char* command, int* offset) {
   const char* const argv[] = {"/bin/sh", "-c", command, nullptr};
   int fd = -1;
   pid_t pid = spawn_child(argv, &fd);
-  FILE* pipe = pid < 0 ? nullptr : fdopen(fd, "r");
+  FILE* pipe = pid < 0 ? nullptr : fdopen(fd, "re");
   if (pipe == nullptr) {
     log_line("pipe open failed");
     if (pid >= 0) {

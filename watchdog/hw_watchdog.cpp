@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "core/liveness.h"
 #include "core/log_line.h"
 #include "core/process_end.h"
 #include "core/threads.h"
@@ -37,14 +38,13 @@ static_assert(WDIOC_SETTIMEOUT == 0xC0045706 && WDIOC_SETOPTIONS == 0x80045704 &
 
 int active_wdog() {
   const char* option = std::getenv("HWDOG_OPTION");
-  int fd = open(board_path(BoardPath::Watchdog), O_WRONLY);
+  // The daemons started through the shell must not inherit the device and keep it open.
+  int fd = open(board_path(BoardPath::Watchdog), O_WRONLY | O_CLOEXEC);
   wdogfd = fd;
   if (fd < 0) {
     log_line("open wdog Error: ", std::strerror(errno));
     end_process(-1);
   }
-  // The daemons started through the shell must not inherit the device and keep it open.
-  fcntl(fd, F_SETFD, FD_CLOEXEC);
   log_line("Set Feed HW Watchdog interval to ", kTimeoutSeconds);
   int timeout = kTimeoutSeconds;
   if (ioctl(fd, WDIOC_SETTIMEOUT, &timeout) != 0) {
@@ -92,8 +92,15 @@ void* hw_wdog_thread(void*) {
   // Every signal goes to another thread, where the stop path runs.
   hw_ign_sig();
   active_wdog();
+  bool told = false;
   while (wdog_enable) {
-    feed_wdog();
+    if (!main_thread_stalled()) {
+      feed_wdog();
+      told = false;
+    } else if (!told) {
+      log_line("main thread stalled: hardware watchdog no longer fed");
+      told = true;
+    }
     board_sleep(kFeedPeriodSeconds);
   }
   deactive_wdog();

@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <mutex>
+#include <string>
 
 #include "platform/board_paths.h"
 
@@ -21,17 +22,20 @@ namespace {
 std::mutex bind_mutex;
 int receive_fd = -1;  // bound once, then kept for the life of the process
 
-// The module's socket file; `suffix` names a file beside it.
-bool socket_address(unsigned module, sockaddr_un* addr, const char* suffix = "") {
+bool set_address(sockaddr_un* addr, const std::string& path) {
   *addr = sockaddr_un{};
   addr->sun_family = AF_UNIX;
-  int length = std::snprintf(addr->sun_path, sizeof addr->sun_path, "%s/%u%s",
-                             board_path(BoardPath::IpcSocketDir), module, suffix);
-  if (length < 0 || static_cast<size_t>(length) >= sizeof addr->sun_path) {
+  if (path.size() >= sizeof addr->sun_path) {
     errno = ENAMETOOLONG;
     return false;
   }
+  path.copy(addr->sun_path, path.size());
   return true;
+}
+
+// The module's socket file.
+bool socket_address(unsigned module, sockaddr_un* addr) {
+  return set_address(addr, std::string(board_path(BoardPath::IpcSocketDir)) + "/" + std::to_string(module));
 }
 
 // Closes a descriptor after a failure without losing that failure's errno.
@@ -49,32 +53,31 @@ bool socket_dir(struct stat* dir) {
   return stat(path, dir) == 0;
 }
 
-// The socket is bound under a temporary name and given its group and mode before it is renamed
-// onto the module's name (replacing a file left by an earlier run), so that no sender ever
-// finds it open to everyone.
+// The socket is bound in a directory of our own (0700, a name nobody can guess) and given its
+// group and mode there, where nobody else can reach it or put a link in its place; then it is
+// renamed onto the module's name (replacing a file left by an earlier run). So no sender ever
+// finds it open to everyone, and the group and mode never land on another file.
 int bind_receive_socket() {
   std::lock_guard<std::mutex> lock(bind_mutex);
   if (receive_fd >= 0) return receive_fd;
   struct stat dir;
   sockaddr_un addr;
   sockaddr_un temporary;
-  unsigned module = static_cast<unsigned>(nodeipc_module);
-  if (!socket_dir(&dir) || !socket_address(module, &addr) ||
-      !socket_address(module, &temporary, ".new"))
+  std::string own_dir = std::string(board_path(BoardPath::IpcSocketDir)) + "/.XXXXXX";
+  if (!socket_dir(&dir) || !socket_address(static_cast<unsigned>(nodeipc_module), &addr) ||
+      mkdtemp(&own_dir[0]) == nullptr)
     return -1;
-  int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-  if (fd < 0) return -1;
+  int fd = -1;
+  bool bound = set_address(&temporary, own_dir + "/s") &&
+               (fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) >= 0 &&
+               bind(fd, reinterpret_cast<sockaddr*>(&temporary), sizeof temporary) == 0 &&
+               (dir.st_gid == getegid() || chown(temporary.sun_path, static_cast<uid_t>(-1), dir.st_gid) == 0) &&
+               chmod(temporary.sun_path, 0660) == 0 && rename(temporary.sun_path, addr.sun_path) == 0;
+  int error = errno;
   unlink(temporary.sun_path);
-  if (bind(fd, reinterpret_cast<sockaddr*>(&temporary), sizeof temporary) < 0) return close_failed(fd);
-  struct stat own;
-  if (stat(temporary.sun_path, &own) < 0 ||
-      (own.st_gid != dir.st_gid && chown(temporary.sun_path, static_cast<uid_t>(-1), dir.st_gid) < 0) ||
-      chmod(temporary.sun_path, 0660) < 0 || rename(temporary.sun_path, addr.sun_path) < 0) {
-    int error = errno;
-    unlink(temporary.sun_path);
-    errno = error;
-    return close_failed(fd);
-  }
+  rmdir(own_dir.c_str());
+  errno = error;
+  if (!bound) return fd >= 0 ? close_failed(fd) : -1;
   receive_fd = fd;
   return fd;
 }

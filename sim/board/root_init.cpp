@@ -123,11 +123,11 @@ void populate(Layout& at, const std::string& root) {
   at.check(sim::mcu_state_reset(&error) == 0, "cannot write the MCU state: " + error);
 }
 
-// Whether the longest socket names below the root (a module number of three digits with the
-// suffix of a socket being bound, the control socket) fit a Unix socket address.
+// Whether the longest socket names below the root (a module number of three digits, a socket
+// being bound in its private directory, the control socket) fit a Unix socket address.
 bool root_fits_sockets(const std::string& root) {
-  size_t longest = root.size() + std::max(std::strlen("/run/nodeipc/255.new"),
-                                          std::strlen("/") + std::strlen(sim::kControlSocket));
+  size_t longest = root.size() + std::max({std::strlen("/run/nodeipc/255"), std::strlen("/run/nodeipc/.XXXXXX/s"),
+                                           std::strlen("/") + std::strlen(sim::kControlSocket)});
   return longest < sizeof(sockaddr_un::sun_path);
 }
 

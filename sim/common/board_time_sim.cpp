@@ -7,14 +7,20 @@
 #include "sim/common/sim_files.h"
 #include "sim/common/wallclock.h"
 
-void (*board_sleep_interrupted)() = nullptr;
+void (*board_sleep_hook)(BoardSleepEvent) = nullptr;
+
+namespace {
+void tell(BoardSleepEvent event) {
+  if (board_sleep_hook != nullptr) board_sleep_hook(event);
+}
+}  // namespace
 
 void board_sleep(unsigned seconds) {
   uint64_t ns = static_cast<uint64_t>(seconds) * 1000000000ull / sim::timescale();
   timespec left{static_cast<time_t>(ns / 1000000000ull), static_cast<long>(ns % 1000000000ull)};
-  do {
-    if (board_sleep_interrupted != nullptr) board_sleep_interrupted();
-  } while (nanosleep(&left, &left) != 0 && errno == EINTR);
+  tell(kSleepBegins);
+  while (nanosleep(&left, &left) != 0 && errno == EINTR) tell(kSleepInterrupted);
+  tell(kSleepEnds);
 }
 
 int board_interval_timer(unsigned seconds) {
@@ -25,6 +31,8 @@ int board_interval_timer(unsigned seconds) {
   tv.it_interval = tv.it_value;
   return setitimer(ITIMER_REAL, &tv, nullptr);
 }
+
+int64_t board_monotonic_ms() { return sim::host_monotonic_us() / 1000 * sim::timescale(); }
 
 int board_gettimeofday(struct timeval* tv, struct timezone* tz) {
   sim::WallClock clock = sim::load_wallclock();

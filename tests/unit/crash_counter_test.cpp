@@ -29,6 +29,7 @@ TEST(CrashCounter, DecodesAddsAndClears) {
       {"300", 49, 44, "2560", "add_crash_time total = 50 value = 2560"},
       {"", 0, 0, "1", "add_crash_time total = 1 value = 1"},
       {" 7junk", 7, 7, "259", "add_crash_time total = 8 value = 259"},
+      {"2147483647", 41943290, 255, "2147483396", "add_crash_time total = 41943039 value = 2147483396"},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.file ? row.file : "(no file)");
@@ -39,6 +40,13 @@ TEST(CrashCounter, DecodesAddsAndClears) {
     ASSERT_EQ(log.size(), 1u);
     EXPECT_EQ(log[0], row.add_line);
     EXPECT_EQ(read_text(counter_file()), row.after_add);
+  }
+  // No count: no wait at start, and the crash reboot is reached.
+  for (const char* text : {"-1", "3288195195", "99999999999999999999", "-2147483648"}) {
+    write_text(counter_file(), text);
+    EXPECT_EQ(captured_log([] { EXPECT_EQ(get_current_crash(), 0); }),
+              std::vector<std::string>{"read failure_count: not a crash count: " +
+                                       std::string(text).substr(0, 15) + ", taken as 0"});
   }
   write_text(counter_file(), "258");
   auto log = captured_log([] { EXPECT_EQ(clear_crash_time(), 0); });

@@ -53,6 +53,19 @@ TEST(ProcessList, CutsFieldsAndSkipsComments) {
   EXPECT_EQ(list.processes[1].Name, "Z");
 }
 
+TEST(ProcessList, TimesOutOfRangeReadAsZero) {
+  RobotProcessManagement list;
+  EXPECT_EQ(read_list(list, "n,c,0,-1,5\nm,c,1,99999999999999999999,99999999999999999999\no,c,0,10,-1"),
+            (std::vector<std::string>{
+                "InitialConfig: KillTimeout -1 of n out of range, taken as 0",
+                "Name:n Cmd:c KeyProc:0 KillTimeout:0 WaitAfterStart:5",
+                "InitialConfig: KillTimeout 99999999999999999999 of m out of range, taken as 0",
+                "InitialConfig: WaitAfterStart 99999999999999999999 of m out of range, taken as 0",
+                "Name:m Cmd:c KeyProc:1 KillTimeout:0 WaitAfterStart:0",
+                "InitialConfig: WaitAfterStart -1 of o out of range, taken as 0",
+                "Name:o Cmd:c KeyProc:0 KillTimeout:10 WaitAfterStart:0"}));
+}
+
 TEST(ProcessList, UnreadableFileEndsTheProcessWithZero) {
   RobotProcessManagement list;
   EXPECT_EXIT(list.InitialConfig("/nonexistent/ProcessList.conf"), ::testing::ExitedWithCode(0), "");

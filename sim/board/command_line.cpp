@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -56,6 +57,23 @@ int need_running_board(const std::string& dir, std::string* root) {
   *root = use_root(dir);
   if (!board_running(*root)) return fail("no board running at " + dir);
   return 0;
+}
+
+bool parse_options(const Args& args, const option* options, const OptionHandler& on_option,
+                   Args* words, Args* rest) {
+  auto end = rest ? std::find(args.begin(), args.end(), "--") : args.end();
+  if (rest) rest->assign(end == args.end() ? end : end + 1, args.end());
+  Args copies(1, "custodo-board");
+  copies.insert(copies.end(), args.begin(), end);
+  std::vector<char*> argv;
+  for (std::string& word : copies) argv.push_back(&word[0]);
+  argv.push_back(nullptr);
+  optind = 0;  // a fresh scan: glibc keeps state between calls otherwise
+  for (int found; (found = getopt_long(static_cast<int>(copies.size()), argv.data(), "", options,
+                                       nullptr)) != -1;)
+    if (found == '?' || !on_option(found, optarg ? optarg : "")) return false;
+  words->assign(argv.begin() + optind, argv.end() - 1);
+  return true;
 }
 
 bool parse_number(const std::string& text, unsigned long long max, unsigned long long* value) {

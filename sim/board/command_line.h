@@ -1,5 +1,8 @@
 // Helpers shared by the commands of custodo-board: errors, the board root, small files.
 #pragma once
+#include <getopt.h>
+
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -20,6 +23,14 @@ bool board_running(const std::string& root);
 int need_root(const std::string& dir, std::string* root);
 // For commands that reach a running board: 0, or 1 after printing why not.
 int need_running_board(const std::string& dir, std::string* root);
+
+// A command's options through getopt_long (long options only): each one found goes to
+// `on_option` with its `val` and argument, the other words to *words in order. With `rest`,
+// the words after "--" are not looked at and go there. False on an unknown option or a missing
+// argument (getopt says which), or when `on_option` refuses one.
+using OptionHandler = std::function<bool(int, const std::string&)>;
+bool parse_options(const Args& args, const option* options, const OptionHandler& on_option,
+                   Args* words, Args* rest = nullptr);
 
 // Decimal, or hexadecimal with 0x. False for anything else or a value above `max`.
 bool parse_number(const std::string& text, unsigned long long max, unsigned long long* value);

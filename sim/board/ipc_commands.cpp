@@ -87,18 +87,17 @@ void timed_out(int) {
 
 int cmd_send(const Args& args) {
   const char* usage = "usage: custodo-board send DIR ID [PAYLOAD] [--len N]";
+  const option kOptions[] = {{"len", required_argument, nullptr, 'l'}, {}};
   Args words;
   unsigned long long length = 0;
   bool has_length = false;
-  for (size_t i = 0; i < args.size(); ++i) {
-    if (args[i] == "--len" && i + 1 < args.size()) {
-      if (!parse_number(args[++i], UINT32_MAX, &length)) return fail("bad length: " + args[i]);
-      has_length = true;
-    } else {
-      words.push_back(args[i]);
-    }
-  }
-  if (words.size() < 2 || words.size() > 3) return fail(usage);
+  auto on_option = [&](int, const std::string& value) {
+    has_length = parse_number(value, UINT32_MAX, &length);
+    if (!has_length) fail("bad length: " + value);
+    return has_length;
+  };
+  if (!parse_options(args, kOptions, on_option, &words) || words.size() < 2 || words.size() > 3)
+    return fail(usage);
   unsigned long long id = 0;
   if (!parse_number(words[1], UINT32_MAX, &id)) return fail("bad message id: " + words[1]);
   std::string payload;
@@ -145,20 +144,25 @@ int cmd_stage_done(const Args& args) {
 
 int cmd_recv(const Args& args) {
   const char* usage = "usage: custodo-board recv DIR MODULE [--timeout S] [--count N]";
+  const option kOptions[] = {{"timeout", required_argument, nullptr, 't'},
+                             {"count", required_argument, nullptr, 'c'},
+                             {}};
   Args words;
   double timeout = 10;
   unsigned long long count = 1;
-  for (size_t i = 0; i < args.size(); ++i) {
-    if (args[i] == "--timeout" && i + 1 < args.size()) {
-      char* end = nullptr;
-      timeout = std::strtod(args[++i].c_str(), &end);
-      if (*end != '\0' || !(timeout > 0)) return fail("bad time-out: " + args[i]);
-    } else if (args[i] == "--count" && i + 1 < args.size()) {
-      if (!parse_number(args[++i], 1000000, &count) || count == 0) return fail("bad count: " + args[i]);
+  auto on_option = [&](int found, const std::string& value) {
+    bool valid = false;
+    if (found == 'c') {
+      valid = parse_number(value, 1000000, &count) && count != 0;
     } else {
-      words.push_back(args[i]);
+      char* end = nullptr;
+      timeout = std::strtod(value.c_str(), &end);
+      valid = *end == '\0' && timeout > 0;
     }
-  }
+    if (!valid) fail((found == 'c' ? "bad count: " : "bad time-out: ") + value);
+    return valid;
+  };
+  if (!parse_options(args, kOptions, on_option, &words)) return fail(usage);
   unsigned long long module = 0;
   if (words.size() != 2 || !parse_number(words[1], 255, &module)) return fail(usage);
   std::string root;

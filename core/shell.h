@@ -1,6 +1,11 @@
-// The one way the supervisor runs a shell command.
+// The one way the supervisor runs a shell command, and a program run without a shell.
 #pragma once
 
 // Runs the command line through the shell and waits for it. Returns its exit code (0-255);
 // 255 when no shell could be run, and 0 for a shell ended by a signal.
 int tq_system(const char* cmdline);
+
+// Runs argv[0], found through PATH, with the arguments as they stand (nothing is parsed by a
+// shell), in directory `dir`, and waits for it. Returns its exit code (0-255); 255 when it
+// could not be run or was ended by a signal.
+int run_program(const char* dir, const char* const argv[]);

@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "core/env_number.h"
 #include "core/log_line.h"
 #include "core/threads.h"
 #include "platform/board_paths.h"
@@ -35,7 +36,7 @@ static_assert(WDIOC_SETTIMEOUT == 0xC0045706 && WDIOC_SETOPTIONS == 0x80045704 &
 }  // namespace
 
 int active_wdog() {
-  const char* option = std::getenv("HWDOG_OPTION");
+  int config = env_decimal("HWDOG_OPTION", kDefaultFuncConfig);
   int fd = open(board_path(BoardPath::Watchdog), O_WRONLY);
   wdogfd = fd;
   if (fd < 0) {
@@ -50,7 +51,6 @@ int active_wdog() {
     log_line("Error: Set watchdog interval failed");
     std::exit(-1);
   }
-  int config = option ? static_cast<int>(std::strtol(option, nullptr, 10)) : kDefaultFuncConfig;
   log_line("WDIOC_SETFUNCCONFIG: ", config);
   ioctl(fd, WDIOC_SETFUNCCONFIG, &config);
   int options = WDIOS_ENABLECARD;

@@ -217,6 +217,7 @@ int cmd_run(const Args& args) {
   if (!parse(args, &options))
     return fail("usage: custodo-board run DIR [--no-counter] [--no-watchdog] [--custodo PATH] "
                 "[-- custodo arguments]");
+  sim::timescale();  // refuses a bad value before the board powers on
   std::string root;
   if (need_root(options.dir, &root) != 0) return 1;
   if (!write_file(sim::file("sim/.writable"), "") ||

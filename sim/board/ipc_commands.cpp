@@ -3,7 +3,6 @@
 #include <sys/time.h>
 #include <unistd.h>
 
-#include <cctype>
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
@@ -15,6 +14,7 @@
 #include "platform/board_paths.h"
 #include "platform/nodeipc.h"
 #include "sim/board/commands.h"
+#include "sim/common/hex_text.h"
 #include "update/update_stage.h"
 
 // The module that RecvPacket binds: chosen by `recv`.
@@ -24,19 +24,12 @@ namespace {
 
 constexpr size_t kPayloadSize = sizeof(IpcPacket::payload);
 
+// Hex bytes, which may be set apart by blanks or colons.
 bool parse_hex(const std::string& text, std::string* bytes) {
   std::string digits;
   for (char c : text)
     if (c != ' ' && c != ':') digits += c;
-  if (digits.size() % 2 != 0) return false;
-  bytes->clear();
-  for (size_t i = 0; i < digits.size(); i += 2) {
-    if (!std::isxdigit(static_cast<unsigned char>(digits[i])) ||
-        !std::isxdigit(static_cast<unsigned char>(digits[i + 1])))
-      return false;
-    bytes->push_back(static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16)));
-  }
-  return true;
+  return sim::from_hex(digits, bytes);
 }
 
 int send_packet(const std::string& dir, uint32_t id, const std::string& payload, uint32_t length) {
@@ -185,9 +178,7 @@ int cmd_recv(const Args& args) {
       unlink(socket_path);
       return fail("cannot receive for module " + std::to_string(module) + ": " + std::strerror(errno));
     }
-    std::printf("0x%08X %u ", packet.id, packet.length);
-    for (uint8_t byte : packet.payload) std::printf("%02x", byte);
-    std::printf("\n");
+    std::printf("%s\n", sim::packet_text(packet).c_str());
     std::fflush(stdout);
   }
   unlink(socket_path);

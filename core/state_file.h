@@ -1,7 +1,10 @@
-// State files the supervisor writes itself: written to a temporary name, flushed and renamed
-// over the old file, so that a reader or a power cut never leaves a half-written file.
+// State files written whole: to a temporary name, flushed and renamed over the old file, so
+// that a reader or a power cut never finds a half-written one. The supervisor's own state
+// files go through here, and so do the simulated board's.
 #pragma once
+#include <sys/types.h>
+
 #include <cstddef>
 
 // Returns the number of bytes written (all of them), or -1 when the file could not be written.
-int write_state_file(const char* path, const void* data, size_t size);
+int write_state_file(const char* path, const void* data, size_t size, mode_t mode = 0644);

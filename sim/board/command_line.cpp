@@ -1,7 +1,6 @@
 #include "sim/board/command_line.h"
 
 #include <fcntl.h>
-#include <ftw.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -11,9 +10,11 @@
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 
+#include "core/state_file.h"
 #include "sim/common/sim_files.h"
 
 int fail(const std::string& message) {
@@ -102,15 +103,7 @@ std::string self_dir() {
 }
 
 bool write_file(const std::string& path, const std::string& content, unsigned mode) {
-  std::string tmp = path + ".tmp";
-  int fd = open(tmp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode);
-  if (fd < 0) return false;
-  bool ok = write(fd, content.data(), content.size()) == static_cast<ssize_t>(content.size());
-  ok = close(fd) == 0 && ok;
-  if (ok) ok = fchmodat(AT_FDCWD, tmp.c_str(), mode, 0) == 0;
-  if (ok) ok = rename(tmp.c_str(), path.c_str()) == 0;
-  if (!ok) unlink(tmp.c_str());
-  return ok;
+  return write_state_file(path.c_str(), content.data(), content.size(), mode) >= 0;
 }
 
 std::string read_file(const std::string& path) {
@@ -120,13 +113,11 @@ std::string read_file(const std::string& path) {
   return text.str();
 }
 
-namespace {
-int remove_entry(const char* path, const struct stat*, int, struct FTW* walk) {
-  if (walk->level == 0) return 0;
-  return remove(path) == 0 ? 0 : -1;
-}
-}  // namespace
-
 bool remove_contents(const std::string& dir) {
-  return nftw(dir.c_str(), remove_entry, 16, FTW_DEPTH | FTW_PHYS | FTW_MOUNT) == 0;
+  std::error_code error;
+  for (std::filesystem::directory_iterator it(dir, error), end; !error && it != end;
+       it.increment(error))
+    std::filesystem::remove_all(it->path(), error);
+  errno = error.value();
+  return !error;
 }

@@ -41,7 +41,8 @@ std::string self_dir();
 
 // Writes a whole file through a temporary name, so readers never see half of it.
 bool write_file(const std::string& path, const std::string& content, unsigned mode = 0644);
-// Removes everything below `dir`, not `dir` itself, never leaving its file system.
+// Removes everything below `dir`, not `dir` itself; symbolic links are removed, not followed.
+// False with errno set when something could not be removed.
 bool remove_contents(const std::string& dir);
 // The whole file; empty when it cannot be read.
 std::string read_file(const std::string& path);

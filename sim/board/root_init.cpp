@@ -14,7 +14,7 @@
 #include "sim/board/command_line.h"
 #include "sim/board/root_files.h"
 #include "sim/common/sim_files.h"
-#include "sim/common/uboot_env_image.h"
+#include "sim/common/uboot_env.h"
 #include "sim/mculink/mcu_state.h"
 
 namespace {
@@ -112,10 +112,11 @@ void populate(Layout& at, const std::string& root) {
   for (const char* name : kTools) at.link(std::string("bin/") + name, "stubtool");
   at.link("opt/belvane/scripts/cpu.sh", "../../../bin/stubtool");
 
+  at.file("sim/uboot-env.1", std::string(kUbootEnvSize, '\0'));
+  at.file("sim/uboot-env.2", std::string(kUbootEnvSize, '\0'));
   sim::EnvVars flags = {{"partition_flag_1", "1"}, {"partition_flag_2", "1"},
                         {"update_progress_flag", "0"}};
-  at.check(sim::write_uboot_env(root + "/sim/uboot-env.1", kUbootEnvSize, true, flags, 1) &&
-               sim::write_uboot_env(root + "/sim/uboot-env.2", kUbootEnvSize, true, flags, 0),
+  at.check(sim::write_uboot_env(root + "/etc/fw_env.config", flags),
            "cannot write the U-Boot environment below " + root + "/sim");
   std::string error;
   at.check(sim::mcu_state_reset(&error) == 0, "cannot write the MCU state: " + error);

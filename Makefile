@@ -12,7 +12,7 @@ PYTEST := /usr/bin/python3 -m pytest -q -p no:cacheprovider -n 2
 
 # Debian packages for building, the simulated board and the tests.
 PACKAGES := cmake g++ make pkg-config libasound2-dev alsa-utils libfuse3-dev fuse3 \
-	libubootenv-dev libubootenv-tool u-boot-tools libgtest-dev python3-pytest python3-pytest-xdist \
+	libubootenv-dev libubootenv-tool u-boot-tools libcap-dev libgtest-dev python3-pytest python3-pytest-xdist \
 	procps psmisc sysvinit-utils
 CROSS_PACKAGES := g++-aarch64-linux-gnu qemu-user libasound2-dev:arm64 libubootenv-dev:arm64 \
 	libfuse3-dev:arm64 libgtest-dev:arm64
@@ -24,7 +24,7 @@ define install_missing
 	done); \
 	if [ -n "$$missing" ]; then \
 		echo "installing:" $$missing; \
-		$(SUDO) apt-get update -qq && \
+		$(SUDO) apt-get update -qq || echo "some package lists could not be updated; trying the rest"; \
 		DEBIAN_FRONTEND=noninteractive $(SUDO) apt-get install -y -qq $$missing >/dev/null; \
 	fi
 endef

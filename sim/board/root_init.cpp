@@ -13,6 +13,7 @@
 #include "sim/board/commands.h"
 #include "sim/board/command_line.h"
 #include "sim/board/root_files.h"
+#include "sim/board/sample_config.h"
 #include "sim/common/sim_files.h"
 #include "sim/common/uboot_env.h"
 #include "sim/mculink/mcu_state.h"
@@ -93,11 +94,7 @@ void populate(Layout& at, const std::string& root) {
     at.dir(d);
   // First: the lock file marks a board root, so that a failed init can be run again.
   at.file(sim::kLock, "");
-  at.file("opt/belvane/watchdog/ProcessList.conf", root_files::process_list());
-  at.file("opt/belvane/watchdog/ProcessListMT.conf", root_files::process_list_mt());
-  at.file("opt/belvane/watchdog/region.conf", root_files::region_table());
-  at.file("opt/belvane/watchdog/ntpserver.conf", root_files::ntp_servers());
-  at.file("opt/belvane/firmware/bin/MCU_FIRMWARE_MATCH", root_files::mcu_firmware_match());
+  for (const auto& [path, text] : sample_configuration()) at.file(path, text);
   at.file("dev/jiffies", std::string(8, '\0'));
   at.link("dev/watchdog", "../sim/fuse/watchdog");
   at.file("proc/belvane/boot_reason", "0");

@@ -20,9 +20,9 @@ unsigned timescale() {
     errno = 0;
     char* end = nullptr;
     long v = std::strtol(text, &end, 10);
-    if (end == text || *end != '\0' || errno != 0 || v < 1 || v > kMaxTimescale) {
-      std::fprintf(stderr, "%s: CUSTODO_SIM_TIMESCALE must be a whole number from 1 to %u, not '%s'\n",
-                   program_invocation_short_name, kMaxTimescale, text);
+    if (end == text || *end != '\0' || errno != 0 || v < 1 || v > long{kMaxTimescale}) {
+      std::fprintf(stderr, "%s: CUSTODO_SIM_TIMESCALE must be a whole number from 1 to %u, "
+                   "not '%s'\n", program_invocation_short_name, kMaxTimescale, text);
       std::exit(1);
     }
     return static_cast<unsigned>(v);

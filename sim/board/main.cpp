@@ -39,7 +39,8 @@ const Command kCommands[] = {
     {"hold", cmd_hold, "hold DIR                      hold the supervisor's next restart"},
     {"release", cmd_release, "release DIR                   release a held restart"},
     {"daemon", cmd_daemon, "daemon DIR NAME MODE          stub daemon behaviour: hup-exit, "
-                           "hup-ignore, stuck, zombie"},
+                           "hup-ignore, stuck, zombie,\n"
+                           "                                or listen MODULE (record its packets)"},
     {"unstick", cmd_unstick, "unstick DIR                   answer the waiting stuck reads"},
     {"ntpdate", cmd_ntpdate, "ntpdate DIR push TEXT | hold | release\n"
                              "                                queue an ntpdate answer, hold calls"},

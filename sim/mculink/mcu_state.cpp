@@ -188,4 +188,15 @@ uint32_t mcu_clock_now(const McuState& state) {
                                static_cast<uint64_t>(elapsed_us / 1000000));
 }
 
+std::string mcu_state_summary() {
+  McuState state = mcu_state_load();
+  std::string line;
+  for (const Key& key : kKeys) {
+    std::string value =
+        key.kind == Kind::Seconds ? std::to_string(mcu_clock_now(state)) : state[key.name];
+    line += (line.empty() ? "" : " ") + std::string(key.name) + "=" + value;
+  }
+  return line;
+}
+
 }  // namespace sim

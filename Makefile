@@ -59,7 +59,8 @@ build: deps
 # daemons that get the supervisor's messages listen on their modules and record them.
 demo: build
 	@if [ -e $(DEMO_ROOT)/sim/board.lock ]; then \
-		flock -n $(DEMO_ROOT)/sim/board.lock true || { echo "a board is running at $(DEMO_ROOT)"; exit 1; }; \
+		flock -n $(DEMO_ROOT)/sim/board.lock true || \
+			{ echo "a board is running at $(DEMO_ROOT)"; exit 1; }; \
 		rm -rf $(DEMO_ROOT).1 && mv $(DEMO_ROOT) $(DEMO_ROOT).1; \
 	fi
 	$(BUILD)/custodo-board init $(DEMO_ROOT)
@@ -94,19 +95,21 @@ cross: deps
 		dpkg --print-foreign-architectures | grep -qx $$arch || $(SUDO) dpkg --add-architecture $$arch; \
 	done
 	$(call install_missing,$(CROSS_PACKAGES))
-	$(foreach a,$(CROSS),cmake -S . -B build-$(a) $(call cross_flags,$(a)) $(CMAKE_FLAGS) >/dev/null && \
-		cmake --build build-$(a) -j$(JOBS) && ) true
+	$(foreach a,$(CROSS),cmake -S . -B build-$(a) $(call cross_flags,$(a)) $(CMAKE_FLAGS) \
+		>/dev/null && cmake --build build-$(a) -j$(JOBS) && ) true
 
 # The unit tests of each architecture under qemu; then the robot's variant finds a vendor
 # library placed in a scratch sysroot and links it.
 cross-test: cross
 	$(foreach a,$(CROSS),ctest --test-dir build-$(a) --output-on-failure && ) true
 	mkdir -p $(VENDOR_ROOT)/usr/lib
-	aarch64-linux-gnu-g++ -shared -fPIC -I. -o $(VENDOR_ROOT)/usr/lib/libmculink.so tests/cross/mculink_stub.cpp
+	aarch64-linux-gnu-g++ -shared -fPIC -I. -o $(VENDOR_ROOT)/usr/lib/libmculink.so \
+		tests/cross/mculink_stub.cpp
 	cmake -S . -B build-vendor/build -DCMAKE_TOOLCHAIN_FILE=cmake/aarch64-linux-gnu.cmake \
 		-DCUSTODO_BOARD=target -DCMAKE_FIND_ROOT_PATH=$(abspath $(VENDOR_ROOT)) $(CMAKE_FLAGS) >/dev/null
 	cmake --build build-vendor/build -j$(JOBS) --target custodo
-	grep -qx 'MCULINK_LIB:FILEPATH=$(abspath $(VENDOR_ROOT))/usr/lib/libmculink.so' build-vendor/build/CMakeCache.txt
+	grep -qx 'MCULINK_LIB:FILEPATH=$(abspath $(VENDOR_ROOT))/usr/lib/libmculink.so' \
+		build-vendor/build/CMakeCache.txt
 	@echo "the robot's variant links $(VENDOR_ROOT)/usr/lib/libmculink.so"
 
 cross-package: cross

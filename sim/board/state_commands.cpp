@@ -117,7 +117,8 @@ int cmd_daemon(const Args& args) {
   std::string mode = args[2];
   bool known = false;
   for (const char* m : kStubModes) known = known || mode == m;
-  if (!known) return fail("unknown mode " + mode + " (hup-exit, hup-ignore, stuck, zombie, listen)");
+  if (!known)
+    return fail("unknown mode " + mode + " (hup-exit, hup-ignore, stuck, zombie, listen)");
   unsigned long long module = 0;
   if (listen && !parse_number(args[3], 255, &module)) return fail("bad module: " + args[3]);
   if (listen) mode += " " + std::to_string(module);

@@ -77,7 +77,8 @@ bool decode(const std::string& text, std::string* bytes) {
     } else if (i + 1 < text.size() && text[i + 1] == '\\') {
       bytes->push_back('\\');
       ++i;
-    } else if (i + 3 < text.size() && text[i + 1] == 'x' && from_hex(text.substr(i + 2, 2), &byte)) {
+    } else if (i + 3 < text.size() && text[i + 1] == 'x' &&
+               from_hex(text.substr(i + 2, 2), &byte)) {
       *bytes += byte;
       i += 3;
     } else {

@@ -110,7 +110,8 @@ uint32_t utc2mcutime(uint32_t t) {
 
 int sent_cmd(int command, int length, const void* data, int flag) {
   Answer a = answer("cmd_result");
-  std::string bytes = data != nullptr && length > 0 ? sim::to_hex(data, static_cast<size_t>(length)) : "";
+  std::string bytes =
+      data != nullptr && length > 0 ? sim::to_hex(data, static_cast<size_t>(length)) : "";
   record("sent_cmd " + std::to_string(command) + " " + std::to_string(length) + " " + bytes + " " +
          std::to_string(flag) + " " + std::to_string(a.result));
   return a.result;

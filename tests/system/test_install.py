@@ -20,7 +20,8 @@ PROGRAMS = ["sbin/" + p for p in ("custodo", "custodo-memlog") if os.path.exists
 
 
 def files_below(root):
-    return sorted(os.path.relpath(os.path.join(d, f), root) for d, _, fs in os.walk(root) for f in fs)
+    return sorted(os.path.relpath(os.path.join(d, f), root)
+                  for d, _, files in os.walk(root) for f in files)
 
 
 def job_settings(text):
@@ -85,8 +86,8 @@ def test_init_jobs_start_the_installed_supervisor_and_wait_out_its_stop(board, p
     assert not [m for m in messages(board) if m.startswith("usage:")]
     # Busybox's shutdown line returns once the supervisor has stopped its daemons and ended.
     board.tool("hold")
-    shutdown = re.search(r"^::shutdown:/bin/sh -c '(.*)'$", open(os.path.join(prefix, JOBS[2])).read(),
-                         re.M).group(1)
+    inittab = open(os.path.join(prefix, JOBS[2])).read()
+    shutdown = re.search(r"^::shutdown:/bin/sh -c '(.*)'$", inittab, re.M).group(1)
     assert board.exec("sh", "-c", shutdown).returncode == 0
     board.wait_record("init", "exit status")
     assert supervisor_exits(board) == [2]

@@ -7,15 +7,29 @@ CMAKE_FLAGS ?=
 ifeq ($(WERROR),1)
 CMAKE_FLAGS += -DCUSTODO_WERROR=ON
 endif
-# Two boards at a time: the scenarios mostly wait on their board.
-PYTEST := /usr/bin/python3 -m pytest -q -p no:cacheprovider -n 2
 
-# Debian packages for building, the simulated board and the tests.
+# Debian packages for building, the simulated board, the tests and the Debian package, and the
+# run-time tools the supervisor calls.
 PACKAGES := cmake g++ make pkg-config libasound2-dev alsa-utils libfuse3-dev fuse3 \
-	libubootenv-dev libubootenv-tool u-boot-tools libgtest-dev python3-pytest python3-pytest-xdist \
-	procps psmisc sysvinit-utils
-CROSS_PACKAGES := g++-aarch64-linux-gnu qemu-user libasound2-dev:arm64 libubootenv-dev:arm64 \
-	libfuse3-dev:arm64 libgtest-dev:arm64
+	libubootenv-dev libubootenv-tool u-boot-tools libcap-dev libgtest-dev \
+	python3-pytest python3-pytest-xdist dpkg-dev systemd procps psmisc sysvinit-utils
+
+# Cross builds, one per board architecture: build-<name> with cmake/<triplet>.cmake, Debian's
+# cross compiler and the libraries of the Debian architecture, or with SYSROOT_<name>=DIR those
+# of a sysroot (the robot's).
+CROSS := aarch64 armhf
+triplet_aarch64 := aarch64-linux-gnu
+triplet_armhf := arm-linux-gnueabihf
+debian_aarch64 := arm64
+debian_armhf := armhf
+CROSS_LIBS := libasound2-dev libubootenv-dev libfuse3-dev libgtest-dev libcap-dev libstdc++6
+MULTIARCH := $(foreach a,$(CROSS),$(if $(SYSROOT_$(a)),,$(debian_$(a))))
+CROSS_PACKAGES := qemu-user $(foreach a,$(CROSS),g++-$(triplet_$(a))) \
+	$(foreach d,$(MULTIARCH),$(CROSS_LIBS:%=%:$(d)))
+cross_flags = -DCMAKE_TOOLCHAIN_FILE=cmake/$(triplet_$(1)).cmake \
+	$(if $(SYSROOT_$(1)),-DCMAKE_SYSROOT=$(abspath $(SYSROOT_$(1))))
+# A scratch sysroot with a stand-in vendor library, for the robot's variant.
+VENDOR_ROOT := build-vendor/sysroot
 
 SUDO := $(shell [ "$$(id -u)" -eq 0 ] || echo sudo)
 define install_missing
@@ -24,12 +38,13 @@ define install_missing
 	done); \
 	if [ -n "$$missing" ]; then \
 		echo "installing:" $$missing; \
-		$(SUDO) apt-get update -qq && \
+		$(SUDO) apt-get update -qq || echo "some package lists could not be updated; trying the rest"; \
 		DEBIAN_FRONTEND=noninteractive $(SUDO) apt-get install -y -qq $$missing >/dev/null; \
 	fi
 endef
 
-.PHONY: all deps build demo test test-sim test-sanitize test-target cross cross-test clean
+.PHONY: all deps build demo test test-sim test-sanitize test-target package cross cross-test \
+	cross-package clean
 
 all: build
 
@@ -40,15 +55,29 @@ build: deps
 	cmake -S . -B $(BUILD) $(CMAKE_FLAGS) >/dev/null
 	cmake --build $(BUILD) -j$(JOBS)
 
+# A new board root per run: the previous run's stays as $(DEMO_ROOT).1, records and all. The
+# daemons that get the supervisor's messages listen on their modules and record them.
 demo: build
+	@if [ -e $(DEMO_ROOT)/sim/board.lock ]; then \
+		flock -n $(DEMO_ROOT)/sim/board.lock true || \
+			{ echo "a board is running at $(DEMO_ROOT)"; exit 1; }; \
+		rm -rf $(DEMO_ROOT).1 && mv $(DEMO_ROOT) $(DEMO_ROOT).1; \
+	fi
 	$(BUILD)/custodo-board init $(DEMO_ROOT)
-	$(BUILD)/custodo-board run $(DEMO_ROOT)
+	$(BUILD)/custodo-board daemon $(DEMO_ROOT) CoreCtl listen 1
+	$(BUILD)/custodo-board daemon $(DEMO_ROOT) AppBridge listen 3
+	$(BUILD)/custodo-board daemon $(DEMO_ROOT) chimer listen 4
+	for offset in -0.734521 0.021337 -0.004210; do \
+		$(BUILD)/custodo-board ntpdate $(DEMO_ROOT) push \
+			"22 Nov 10:00:00 ntpdate[123]: adjust time server 10.0.0.1 offset $$offset sec"; \
+	done
+	$(BUILD)/custodo-board run $(DEMO_ROOT) -- $(DEMO_ROOT)/opt/belvane/watchdog
 
 test: test-sim test-sanitize test-target
 
+# Unit and system tests, and the install and package checks, through CTest.
 test-sim: build
-	$(BUILD)/custodo-unit
-	CUSTODO_BUILD=$(abspath $(BUILD)) $(PYTEST) tests/system
+	ctest --test-dir $(BUILD) --output-on-failure
 
 test-sanitize:
 	$(MAKE) --no-print-directory test-sim BUILD=build-asan CMAKE_FLAGS="$(CMAKE_FLAGS) -DCUSTODO_SANITIZE=ON"
@@ -58,16 +87,33 @@ test-target: deps
 	cmake -S . -B build-target -DCUSTODO_BOARD=target $(CMAKE_FLAGS) >/dev/null
 	cmake --build build-target -j$(JOBS)
 
-cross: deps
-	@dpkg --print-foreign-architectures | grep -q arm64 || $(SUDO) dpkg --add-architecture arm64
-	$(call install_missing,$(CROSS_PACKAGES))
-	cmake -S . -B build-aarch64 -DCMAKE_TOOLCHAIN_FILE=cmake/aarch64-linux-gnu.cmake $(CMAKE_FLAGS) >/dev/null
-	cmake --build build-aarch64 -j$(JOBS)
+package: build
+	cd $(BUILD) && cpack
 
-# The loader is named explicitly: qemu's -L path prefix hangs threaded programs here.
+cross: deps
+	@for arch in $(MULTIARCH); do \
+		dpkg --print-foreign-architectures | grep -qx $$arch || $(SUDO) dpkg --add-architecture $$arch; \
+	done
+	$(call install_missing,$(CROSS_PACKAGES))
+	$(foreach a,$(CROSS),cmake -S . -B build-$(a) $(call cross_flags,$(a)) $(CMAKE_FLAGS) \
+		>/dev/null && cmake --build build-$(a) -j$(JOBS) && ) true
+
+# The unit tests of each architecture under qemu; then the robot's variant finds a vendor
+# library placed in a scratch sysroot and links it.
 cross-test: cross
-	qemu-aarch64 /usr/aarch64-linux-gnu/lib/ld-linux-aarch64.so.1 \
-		--library-path /usr/aarch64-linux-gnu/lib build-aarch64/custodo-unit
+	$(foreach a,$(CROSS),ctest --test-dir build-$(a) --output-on-failure && ) true
+	mkdir -p $(VENDOR_ROOT)/usr/lib
+	aarch64-linux-gnu-g++ -shared -fPIC -I. -o $(VENDOR_ROOT)/usr/lib/libmculink.so \
+		tests/cross/mculink_stub.cpp
+	cmake -S . -B build-vendor/build -DCMAKE_TOOLCHAIN_FILE=cmake/aarch64-linux-gnu.cmake \
+		-DCUSTODO_BOARD=target -DCMAKE_FIND_ROOT_PATH=$(abspath $(VENDOR_ROOT)) $(CMAKE_FLAGS) >/dev/null
+	cmake --build build-vendor/build -j$(JOBS) --target custodo
+	grep -qx 'MCULINK_LIB:FILEPATH=$(abspath $(VENDOR_ROOT))/usr/lib/libmculink.so' \
+		build-vendor/build/CMakeCache.txt
+	@echo "the robot's variant links $(VENDOR_ROOT)/usr/lib/libmculink.so"
+
+cross-package: cross
+	$(foreach a,$(CROSS),(cd build-$(a) && cpack) && ) true
 
 clean:
-	rm -rf build build-asan build-target build-aarch64
+	rm -rf build build-asan build-target $(CROSS:%=build-%) build-vendor

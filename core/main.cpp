@@ -32,7 +32,7 @@
 
 namespace {
 
-constexpr const char* kVersion = "v0.00.39";
+constexpr const char* kVersion = CUSTODO_VERSION_TEXT;
 constexpr int kSwitchPartitionCrashes = 9;
 constexpr int kRestorePartitionMaxCrashes = 4;
 constexpr unsigned kSwitchPartitionWaitSeconds = 100;

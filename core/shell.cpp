@@ -1,5 +1,7 @@
 #include "core/shell.h"
 
+#include <sys/wait.h>
+
 #include <cerrno>
 #include <csignal>
 
@@ -10,13 +12,19 @@ namespace {
 
 constexpr int kNotFound = 127 << 8;
 
-int run_logged(const char* cmdline, const char* const argv[], bool shell) {
-  // The child's exit must reach our wait, whatever the caller did with SIGCHLD.
+// A child must be waited for, whatever the caller did with SIGCHLD: an ignored SIGCHLD would
+// reap it unseen. Returns the disposition to put back.
+struct sigaction wait_for_children() {
   struct sigaction fallback{};
   struct sigaction kept{};
   fallback.sa_handler = SIG_DFL;
   sigemptyset(&fallback.sa_mask);
   sigaction(SIGCHLD, &fallback, &kept);
+  return kept;
+}
+
+int run_logged(const char* cmdline, const char* const argv[], bool shell) {
+  struct sigaction kept = wait_for_children();
   log_line("tq_system: ", cmdline);
   int status = run_child(argv);
   if (status == -1 && !shell && errno == ENOENT) status = kNotFound;
@@ -50,4 +58,11 @@ int tq_system(const char* cmdline) {
 
 int tq_system_direct(const char* cmdline, const char* const argv[]) {
   return run_logged(cmdline, argv, false);
+}
+
+int run_program(const char* dir, const char* const argv[]) {
+  struct sigaction kept = wait_for_children();
+  int status = run_child(argv, dir);
+  sigaction(SIGCHLD, &kept, nullptr);
+  return status != -1 && WIFEXITED(status) ? WEXITSTATUS(status) : 255;
 }

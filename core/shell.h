@@ -1,4 +1,4 @@
-// The one way the supervisor runs a shell command.
+// The one way the supervisor runs a shell command, and its children that need no shell.
 #pragma once
 
 // Runs the command line through the shell and waits for it. Returns its exit code (0-255);
@@ -9,3 +9,8 @@ int tq_system(const char* cmdline);
 // logged and decoded as tq_system does the command line, so that both tell the same. A
 // program that is not found exits 127, as the shell reports it.
 int tq_system_direct(const char* cmdline, const char* const argv[]);
+
+// Runs argv[0], found through PATH, with the arguments as they stand (nothing is parsed by a
+// shell), in directory `dir`, and waits for it. Returns its exit code (0-255); 255 when it
+// could not be run or was ended by a signal.
+int run_program(const char* dir, const char* const argv[]);

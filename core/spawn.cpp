@@ -13,7 +13,7 @@
 
 extern char** environ;
 
-pid_t spawn_child(const char* const argv[], int* output) {
+pid_t spawn_child(const char* const argv[], int* output, const char* dir) {
   posix_spawnattr_t attributes;
   posix_spawnattr_init(&attributes);
   sigset_t all, none;
@@ -30,6 +30,7 @@ pid_t spawn_child(const char* const argv[], int* output) {
     if (pipe2(pipe_ends, O_CLOEXEC) != 0) return -1;
     posix_spawn_file_actions_adddup2(&actions, pipe_ends[1], STDOUT_FILENO);
   }
+  if (dir != nullptr) posix_spawn_file_actions_addchdir_np(&actions, dir);
   // Whatever another thread opened without close-on-exec stays with the supervisor.
   posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
 
@@ -61,8 +62,8 @@ int wait_child(pid_t pid) {
   }
 }
 
-int run_child(const char* const argv[]) {
-  pid_t pid = spawn_child(argv);
+int run_child(const char* const argv[], const char* dir) {
+  pid_t pid = spawn_child(argv, nullptr, dir);
   return pid < 0 ? -1 : wait_child(pid);
 }
 

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 
 namespace {
@@ -21,13 +22,14 @@ void sync_directory_of(const std::string& path) {
 
 }  // namespace
 
-int write_state_file(const char* path, const void* data, size_t size) {
+int write_state_file(const char* path, const void* data, size_t size, mode_t mode) {
   // A name nobody can guess: some of these files live in a directory that everyone may write,
   // where a link planted under a fixed name would redirect the write.
   std::string temporary = std::string(path) + ".XXXXXX";
   int fd = mkostemp(&temporary[0], O_CLOEXEC);
   if (fd < 0) return kStateFileUnopened;
-  bool written = fchmod(fd, 0644) == 0 && write(fd, data, size) == static_cast<ssize_t>(size) &&
+  // The mode as asked, whatever the umask.
+  bool written = fchmod(fd, mode) == 0 && write(fd, data, size) == static_cast<ssize_t>(size) &&
                  fsync(fd) == 0;
   if (close(fd) != 0 || !written || std::rename(temporary.c_str(), path) != 0) {
     unlink(temporary.c_str());

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <string>
 
+#include "core/env_number.h"
 #include "core/log_line.h"
 #include "core/shell.h"
 #include "core/state_file.h"
@@ -67,7 +68,4 @@ int clear_crash_time() {
   return tq_system(cmdline);
 }
 
-int get_crash_ignore_time() {
-  const char* minutes = std::getenv("CRASH_IGNORE_MIN");
-  return minutes ? static_cast<int>(std::strtol(minutes, nullptr, 10)) : 600;
-}
+int get_crash_ignore_time() { return env_decimal("CRASH_IGNORE_MIN", 600); }

@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "core/env_number.h"
 #include "core/liveness.h"
 #include "core/log_line.h"
 #include "core/process_end.h"
@@ -37,7 +38,7 @@ static_assert(WDIOC_SETTIMEOUT == 0xC0045706 && WDIOC_SETOPTIONS == 0x80045704 &
 }  // namespace
 
 int active_wdog() {
-  const char* option = std::getenv("HWDOG_OPTION");
+  int config = env_decimal("HWDOG_OPTION", kDefaultFuncConfig);
   // The daemons started through the shell must not inherit the device and keep it open.
   int fd = open(board_path(BoardPath::Watchdog), O_WRONLY | O_CLOEXEC);
   wdogfd = fd;
@@ -51,7 +52,6 @@ int active_wdog() {
     log_line("Error: Set watchdog interval failed");
     end_process(-1);
   }
-  int config = option ? static_cast<int>(std::strtol(option, nullptr, 10)) : kDefaultFuncConfig;
   log_line("WDIOC_SETFUNCCONFIG: ", config);
   ioctl(fd, WDIOC_SETFUNCCONFIG, &config);
   int options = WDIOS_ENABLECARD;

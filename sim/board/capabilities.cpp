@@ -1,24 +1,19 @@
 #include "sim/board/capabilities.h"
 
-#include <linux/capability.h>
-#include <sys/prctl.h>
-#include <sys/syscall.h>
-#include <unistd.h>
+#include <sys/capability.h>
 
-#include <cstdint>
+#include <initializer_list>
 
 bool drop_host_capabilities() {
-  const int caps[] = {CAP_SYS_TIME, CAP_SYS_BOOT};
+  const cap_value_t caps[] = {CAP_SYS_TIME, CAP_SYS_BOOT};
+  constexpr int count = sizeof caps / sizeof caps[0];
   bool dropped = true;
-  for (int cap : caps) dropped = prctl(PR_CAPBSET_DROP, cap, 0, 0, 0) == 0 && dropped;
-  __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
-  __user_cap_data_struct data[2] = {};
-  if (syscall(SYS_capget, &header, data) != 0) return false;
-  for (int cap : caps) {
-    uint32_t bit = 1u << (cap % 32);
-    data[cap / 32].effective &= ~bit;
-    data[cap / 32].permitted &= ~bit;
-    data[cap / 32].inheritable &= ~bit;
-  }
-  return syscall(SYS_capset, &header, data) == 0 && dropped;
+  for (cap_value_t cap : caps) dropped = cap_drop_bound(cap) == 0 && dropped;
+  cap_t state = cap_get_proc();
+  if (state == nullptr) return false;
+  for (cap_flag_t set : {CAP_EFFECTIVE, CAP_PERMITTED, CAP_INHERITABLE})
+    dropped = cap_set_flag(state, set, count, caps, CAP_CLEAR) == 0 && dropped;
+  dropped = cap_set_proc(state) == 0 && dropped;
+  cap_free(state);
+  return dropped;
 }

@@ -1,18 +1,20 @@
 #include "sim/board/command_line.h"
 
 #include <fcntl.h>
-#include <ftw.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 
+#include "core/state_file.h"
 #include "sim/common/sim_files.h"
 
 int fail(const std::string& message) {
@@ -58,6 +60,23 @@ int need_running_board(const std::string& dir, std::string* root) {
   return 0;
 }
 
+bool parse_options(const Args& args, const option* options, const OptionHandler& on_option,
+                   Args* words, Args* rest) {
+  auto end = rest ? std::find(args.begin(), args.end(), "--") : args.end();
+  if (rest) rest->assign(end == args.end() ? end : end + 1, args.end());
+  Args copies(1, "custodo-board");
+  copies.insert(copies.end(), args.begin(), end);
+  std::vector<char*> argv;
+  for (std::string& word : copies) argv.push_back(&word[0]);
+  argv.push_back(nullptr);
+  optind = 0;  // a fresh scan: glibc keeps state between calls otherwise
+  for (int found; (found = getopt_long(static_cast<int>(copies.size()), argv.data(), "", options,
+                                       nullptr)) != -1;)
+    if (found == '?' || !on_option(found, optarg ? optarg : "")) return false;
+  words->assign(argv.begin() + optind, argv.end() - 1);
+  return true;
+}
+
 bool parse_number(const std::string& text, unsigned long long max, unsigned long long* value) {
   if (text.empty() || text[0] == '-' || text[0] == '+' || text[0] == ' ') return false;
   errno = 0;
@@ -84,15 +103,7 @@ std::string self_dir() {
 }
 
 bool write_file(const std::string& path, const std::string& content, unsigned mode) {
-  std::string tmp = path + ".tmp";
-  int fd = open(tmp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode);
-  if (fd < 0) return false;
-  bool ok = write(fd, content.data(), content.size()) == static_cast<ssize_t>(content.size());
-  ok = close(fd) == 0 && ok;
-  if (ok) ok = fchmodat(AT_FDCWD, tmp.c_str(), mode, 0) == 0;
-  if (ok) ok = rename(tmp.c_str(), path.c_str()) == 0;
-  if (!ok) unlink(tmp.c_str());
-  return ok;
+  return write_state_file(path.c_str(), content.data(), content.size(), mode) >= 0;
 }
 
 std::string read_file(const std::string& path) {
@@ -102,13 +113,11 @@ std::string read_file(const std::string& path) {
   return text.str();
 }
 
-namespace {
-int remove_entry(const char* path, const struct stat*, int, struct FTW* walk) {
-  if (walk->level == 0) return 0;
-  return remove(path) == 0 ? 0 : -1;
-}
-}  // namespace
-
 bool remove_contents(const std::string& dir) {
-  return nftw(dir.c_str(), remove_entry, 16, FTW_DEPTH | FTW_PHYS | FTW_MOUNT) == 0;
+  std::error_code error;
+  for (std::filesystem::directory_iterator it(dir, error), end; !error && it != end;
+       it.increment(error))
+    std::filesystem::remove_all(it->path(), error);
+  errno = error.value();
+  return !error;
 }

@@ -1,5 +1,8 @@
 // Helpers shared by the commands of custodo-board: errors, the board root, small files.
 #pragma once
+#include <getopt.h>
+
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -21,6 +24,14 @@ int need_root(const std::string& dir, std::string* root);
 // For commands that reach a running board: 0, or 1 after printing why not.
 int need_running_board(const std::string& dir, std::string* root);
 
+// A command's options through getopt_long (long options only): each one found goes to
+// `on_option` with its `val` and argument, the other words to *words in order. With `rest`,
+// the words after "--" are not looked at and go there. False on an unknown option or a missing
+// argument (getopt says which), or when `on_option` refuses one.
+using OptionHandler = std::function<bool(int, const std::string&)>;
+bool parse_options(const Args& args, const option* options, const OptionHandler& on_option,
+                   Args* words, Args* rest = nullptr);
+
 // Decimal, or hexadecimal with 0x. False for anything else or a value above `max`.
 bool parse_number(const std::string& text, unsigned long long max, unsigned long long* value);
 
@@ -30,7 +41,8 @@ std::string self_dir();
 
 // Writes a whole file through a temporary name, so readers never see half of it.
 bool write_file(const std::string& path, const std::string& content, unsigned mode = 0644);
-// Removes everything below `dir`, not `dir` itself, never leaving its file system.
+// Removes everything below `dir`, not `dir` itself; symbolic links are removed, not followed.
+// False with errno set when something could not be removed.
 bool remove_contents(const std::string& dir);
 // The whole file; empty when it cannot be read.
 std::string read_file(const std::string& path);

@@ -3,7 +3,6 @@
 #include <sys/time.h>
 #include <unistd.h>
 
-#include <cctype>
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
@@ -15,6 +14,7 @@
 #include "platform/board_paths.h"
 #include "platform/nodeipc.h"
 #include "sim/board/commands.h"
+#include "sim/common/hex_text.h"
 #include "update/update_stage.h"
 
 // The module that RecvPacket binds: chosen by `recv`.
@@ -24,19 +24,12 @@ namespace {
 
 constexpr size_t kPayloadSize = sizeof(IpcPacket::payload);
 
+// Hex bytes, which may be set apart by blanks or colons.
 bool parse_hex(const std::string& text, std::string* bytes) {
   std::string digits;
   for (char c : text)
     if (c != ' ' && c != ':') digits += c;
-  if (digits.size() % 2 != 0) return false;
-  bytes->clear();
-  for (size_t i = 0; i < digits.size(); i += 2) {
-    if (!std::isxdigit(static_cast<unsigned char>(digits[i])) ||
-        !std::isxdigit(static_cast<unsigned char>(digits[i + 1])))
-      return false;
-    bytes->push_back(static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16)));
-  }
-  return true;
+  return sim::from_hex(digits, bytes);
 }
 
 int send_packet(const std::string& dir, uint32_t id, const std::string& payload, uint32_t length) {
@@ -87,18 +80,17 @@ void timed_out(int) {
 
 int cmd_send(const Args& args) {
   const char* usage = "usage: custodo-board send DIR ID [PAYLOAD] [--len N]";
+  const option kOptions[] = {{"len", required_argument, nullptr, 'l'}, {}};
   Args words;
   unsigned long long length = 0;
   bool has_length = false;
-  for (size_t i = 0; i < args.size(); ++i) {
-    if (args[i] == "--len" && i + 1 < args.size()) {
-      if (!parse_number(args[++i], UINT32_MAX, &length)) return fail("bad length: " + args[i]);
-      has_length = true;
-    } else {
-      words.push_back(args[i]);
-    }
-  }
-  if (words.size() < 2 || words.size() > 3) return fail(usage);
+  auto on_option = [&](int, const std::string& value) {
+    has_length = parse_number(value, UINT32_MAX, &length);
+    if (!has_length) fail("bad length: " + value);
+    return has_length;
+  };
+  if (!parse_options(args, kOptions, on_option, &words) || words.size() < 2 || words.size() > 3)
+    return fail(usage);
   unsigned long long id = 0;
   if (!parse_number(words[1], UINT32_MAX, &id)) return fail("bad message id: " + words[1]);
   std::string payload;
@@ -145,20 +137,25 @@ int cmd_stage_done(const Args& args) {
 
 int cmd_recv(const Args& args) {
   const char* usage = "usage: custodo-board recv DIR MODULE [--timeout S] [--count N]";
+  const option kOptions[] = {{"timeout", required_argument, nullptr, 't'},
+                             {"count", required_argument, nullptr, 'c'},
+                             {}};
   Args words;
   double timeout = 10;
   unsigned long long count = 1;
-  for (size_t i = 0; i < args.size(); ++i) {
-    if (args[i] == "--timeout" && i + 1 < args.size()) {
-      char* end = nullptr;
-      timeout = std::strtod(args[++i].c_str(), &end);
-      if (*end != '\0' || !(timeout > 0)) return fail("bad time-out: " + args[i]);
-    } else if (args[i] == "--count" && i + 1 < args.size()) {
-      if (!parse_number(args[++i], 1000000, &count) || count == 0) return fail("bad count: " + args[i]);
+  auto on_option = [&](int found, const std::string& value) {
+    bool valid = false;
+    if (found == 'c') {
+      valid = parse_number(value, 1000000, &count) && count != 0;
     } else {
-      words.push_back(args[i]);
+      char* end = nullptr;
+      timeout = std::strtod(value.c_str(), &end);
+      valid = *end == '\0' && timeout > 0;
     }
-  }
+    if (!valid) fail((found == 'c' ? "bad count: " : "bad time-out: ") + value);
+    return valid;
+  };
+  if (!parse_options(args, kOptions, on_option, &words)) return fail(usage);
   unsigned long long module = 0;
   if (words.size() != 2 || !parse_number(words[1], 255, &module)) return fail(usage);
   std::string root;
@@ -181,9 +178,7 @@ int cmd_recv(const Args& args) {
       unlink(socket_path);
       return fail("cannot receive for module " + std::to_string(module) + ": " + std::strerror(errno));
     }
-    std::printf("0x%08X %u ", packet.id, packet.length);
-    for (uint8_t byte : packet.payload) std::printf("%02x", byte);
-    std::printf("\n");
+    std::printf("%s\n", sim::packet_text(packet).c_str());
     std::fflush(stdout);
   }
   unlink(socket_path);

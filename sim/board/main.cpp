@@ -1,7 +1,9 @@
 // custodo-board: the simulated application board. It creates a board root, runs Custodo on
 // it in namespaces of its own, and drives the running board for people and tests alike.
+#include <getopt.h>
+
 #include <cstdio>
-#include <cstring>
+#include <string>
 
 #include "sim/board/commands.h"
 
@@ -37,7 +39,8 @@ const Command kCommands[] = {
     {"hold", cmd_hold, "hold DIR                      hold the supervisor's next restart"},
     {"release", cmd_release, "release DIR                   release a held restart"},
     {"daemon", cmd_daemon, "daemon DIR NAME MODE          stub daemon behaviour: hup-exit, "
-                           "hup-ignore, stuck, zombie"},
+                           "hup-ignore, stuck, zombie,\n"
+                           "                                or listen MODULE (record its packets)"},
     {"unstick", cmd_unstick, "unstick DIR                   answer the waiting stuck reads"},
     {"ntpdate", cmd_ntpdate, "ntpdate DIR push TEXT | hold | release\n"
                              "                                queue an ntpdate answer, hold calls"},
@@ -49,7 +52,8 @@ const Command kCommands[] = {
 };
 
 void help() {
-  std::printf("usage: custodo-board COMMAND DIR ...\n\n"
+  std::printf("usage: custodo-board COMMAND DIR ...\n"
+              "       custodo-board --help | --version\n\n"
               "The simulated board of Custodo. DIR is the board root; keep it short (/tmp/cb1).\n\n");
   for (const Command& c : kCommands) std::printf("  %s\n", c.help);
 }
@@ -57,18 +61,30 @@ void help() {
 }  // namespace
 
 int main(int argc, char* argv[]) {
-  if (argc < 2) {
+  const option kOptions[] = {{"help", no_argument, nullptr, 'h'},
+                             {"version", no_argument, nullptr, 'V'},
+                             {}};
+  // "+": the options end at the command word, whose own options its command reads.
+  for (int found; (found = getopt_long(argc, argv, "+hV", kOptions, nullptr)) != -1;) {
+    if (found == 'V') {
+      std::printf("custodo-board %s\n", CUSTODO_VERSION_TEXT);
+      return 0;
+    }
+    help();
+    return found == 'h' ? 0 : 1;
+  }
+  if (optind >= argc) {
     help();
     return 1;
   }
-  Args args(argv + 2, argv + argc);
-  if (std::strcmp(argv[1], "--help") == 0 || std::strcmp(argv[1], "-h") == 0 ||
-      std::strcmp(argv[1], "help") == 0) {
+  std::string command = argv[optind];
+  Args args(argv + optind + 1, argv + argc);
+  if (command == "help") {
     help();
     return 0;
   }
-  if (std::strcmp(argv[1], "__init") == 0) return cmd_board_init(args);
+  if (command == "__init") return cmd_board_init(args);
   for (const Command& c : kCommands)
-    if (std::strcmp(argv[1], c.name) == 0) return c.run(args);
-  return fail(std::string("unknown command '") + argv[1] + "' (see custodo-board --help)");
+    if (command == c.name) return c.run(args);
+  return fail("unknown command '" + command + "' (see custodo-board --help)");
 }

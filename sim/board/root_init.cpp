@@ -13,8 +13,9 @@
 #include "sim/board/commands.h"
 #include "sim/board/command_line.h"
 #include "sim/board/root_files.h"
+#include "sim/board/sample_config.h"
 #include "sim/common/sim_files.h"
-#include "sim/common/uboot_env_image.h"
+#include "sim/common/uboot_env.h"
 #include "sim/mculink/mcu_state.h"
 
 namespace {
@@ -93,11 +94,7 @@ void populate(Layout& at, const std::string& root) {
     at.dir(d);
   // First: the lock file marks a board root, so that a failed init can be run again.
   at.file(sim::kLock, "");
-  at.file("opt/belvane/watchdog/ProcessList.conf", root_files::process_list());
-  at.file("opt/belvane/watchdog/ProcessListMT.conf", root_files::process_list_mt());
-  at.file("opt/belvane/watchdog/region.conf", root_files::region_table());
-  at.file("opt/belvane/watchdog/ntpserver.conf", root_files::ntp_servers());
-  at.file("opt/belvane/firmware/bin/MCU_FIRMWARE_MATCH", root_files::mcu_firmware_match());
+  for (const auto& [path, text] : sample_configuration()) at.file(path, text);
   at.file("dev/jiffies", std::string(8, '\0'));
   at.link("dev/watchdog", "../sim/fuse/watchdog");
   at.file("proc/belvane/boot_reason", "0");
@@ -114,10 +111,11 @@ void populate(Layout& at, const std::string& root) {
   for (const char* name : kTools) at.link(std::string("bin/") + name, "stubtool");
   at.link("opt/belvane/scripts/cpu.sh", "../../../bin/stubtool");
 
+  at.file("sim/uboot-env.1", std::string(kUbootEnvSize, '\0'));
+  at.file("sim/uboot-env.2", std::string(kUbootEnvSize, '\0'));
   sim::EnvVars flags = {{"partition_flag_1", "1"}, {"partition_flag_2", "1"},
                         {"update_progress_flag", "0"}};
-  at.check(sim::write_uboot_env(root + "/sim/uboot-env.1", kUbootEnvSize, true, flags, 1) &&
-               sim::write_uboot_env(root + "/sim/uboot-env.2", kUbootEnvSize, true, flags, 0),
+  at.check(sim::write_uboot_env(root + "/etc/fw_env.config", flags),
            "cannot write the U-Boot environment below " + root + "/sim");
   std::string error;
   at.check(sim::mcu_state_reset(&error) == 0, "cannot write the MCU state: " + error);

@@ -41,25 +41,23 @@ struct RunOptions {
 enum class Outcome { Reboot, PowerOff, WatchdogReset, Interrupted, InitFailed };
 
 bool parse(const Args& args, RunOptions* options) {
-  for (size_t i = 0; i < args.size(); ++i) {
-    const std::string& arg = args[i];
-    if (arg == "--") {
-      options->supervisor_args.assign(args.begin() + static_cast<long>(i) + 1, args.end());
-      break;
-    }
-    if (arg == "--no-counter") {
-      options->counter = false;
-    } else if (arg == "--no-watchdog") {
-      options->watchdog = false;
-    } else if (arg == "--custodo" && i + 1 < args.size()) {
-      options->supervisor = args[++i];
-    } else if (options->dir.empty() && arg.rfind("--", 0) != 0) {
-      options->dir = arg;
-    } else {
-      return false;
-    }
-  }
-  return !options->dir.empty();
+  const option kOptions[] = {{"no-counter", no_argument, nullptr, 'c'},
+                             {"no-watchdog", no_argument, nullptr, 'w'},
+                             {"custodo", required_argument, nullptr, 's'},
+                             {}};
+  Args words;
+  bool parsed = parse_options(
+      args, kOptions,
+      [options](int found, const std::string& value) {
+        if (found == 'c') options->counter = false;
+        if (found == 'w') options->watchdog = false;
+        if (found == 's') options->supervisor = value;
+        return true;
+      },
+      &words, &options->supervisor_args);
+  if (!parsed || words.size() != 1) return false;
+  options->dir = words[0];
+  return true;
 }
 
 // The devices a board is started without are simply not there.
@@ -219,6 +217,7 @@ int cmd_run(const Args& args) {
   if (!parse(args, &options))
     return fail("usage: custodo-board run DIR [--no-counter] [--no-watchdog] [--custodo PATH] "
                 "[-- custodo arguments]");
+  sim::timescale();  // refuses a bad value before the board powers on
   std::string root;
   if (need_root(options.dir, &root) != 0) return 1;
   if (!write_file(sim::file("sim/.writable"), "") ||

@@ -7,6 +7,7 @@
 #include "sim/board/control.h"
 #include "sim/common/sim_files.h"
 #include "sim/common/wallclock.h"
+#include "sim/mculink/mcu_state.h"
 
 namespace {
 
@@ -15,10 +16,9 @@ struct Record {
   const char* file;
 };
 const Record kRecords[] = {
-    {"console", sim::kConsoleLog}, {"init", sim::kInitLog},     {"watchdog", sim::kWatchdogLog},
-    {"mcu", sim::kMcuState},       {"mcu", sim::kMcuCalls},     {"tools", sim::kToolsLog},
-    {"daemons", sim::kDaemonsLog}, {"stat", "sim/tqstat.log"},  {"clock", sim::kClockLog},
-    {"sound", sim::kSoundLog},
+    {"console", sim::kConsoleLog}, {"init", sim::kInitLog},    {"watchdog", sim::kWatchdogLog},
+    {"mcu", sim::kMcuCalls},       {"tools", sim::kToolsLog},  {"daemons", sim::kDaemonsLog},
+    {"stat", "sim/tqstat.log"},    {"clock", sim::kClockLog},  {"sound", sim::kSoundLog},
 };
 
 int line_count(const std::string& path) {
@@ -50,13 +50,13 @@ int cmd_show(const Args& args) {
     summary(args[0]);
     return 0;
   }
-  bool known = false;
-  for (const Record& r : kRecords) {
-    if (args[1] != r.topic) continue;
-    known = true;
-    std::fputs(read_file(sim::file(r.file)).c_str(), stdout);
-  }
-  if (!known) return fail("nothing to show under '" + args[1] + "'");
+  const Record* record = nullptr;
+  for (const Record& r : kRecords)
+    if (args[1] == r.topic) record = &r;
+  if (record == nullptr) return fail("nothing to show under '" + args[1] + "'");
+  std::fputs(read_file(sim::file(record->file)).c_str(), stdout);
+  // After a record, what it acts on as it stands now.
+  if (args[1] == "mcu") std::printf("MCU state now: %s\n", sim::mcu_state_summary().c_str());
   if (args[1] == "clock") {
     sim::WallClock clock = sim::load_wallclock();
     long long now = static_cast<long long>(sim::wallclock_now_us(clock) / 1000000);

@@ -20,7 +20,7 @@
 
 namespace {
 
-const char* const kStubModes[] = {"hup-exit", "hup-ignore", "stuck", "zombie"};
+const char* const kStubModes[] = {"hup-exit", "hup-ignore", "stuck", "zombie", "listen"};
 
 // The speaker and mixer settings: each is a flag file, present for the setting's second value.
 struct SoundSetting {
@@ -122,12 +122,18 @@ int cmd_release(const Args& args) {
 }
 
 int cmd_daemon(const Args& args) {
-  if (args.size() != 3) return fail("usage: custodo-board daemon DIR NAME MODE");
+  bool listen = args.size() >= 3 && args[2] == "listen";
+  if (args.size() != (listen ? 4u : 3u))
+    return fail("usage: custodo-board daemon DIR NAME MODE, or DIR NAME listen MODULE");
   const std::string& name = args[1];
-  const std::string& mode = args[2];
+  std::string mode = args[2];
   bool known = false;
   for (const char* m : kStubModes) known = known || mode == m;
-  if (!known) return fail("unknown mode " + mode + " (hup-exit, hup-ignore, stuck, zombie)");
+  if (!known)
+    return fail("unknown mode " + mode + " (hup-exit, hup-ignore, stuck, zombie, listen)");
+  unsigned long long module = 0;
+  if (listen && !parse_number(args[3], 255, &module)) return fail("bad module: " + args[3]);
+  if (listen) mode += " " + std::to_string(module);
   if (name.empty() || name.find('/') != std::string::npos || name[0] == '.')
     return fail("bad daemon name: " + name);
   std::string root;

@@ -3,6 +3,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 
 #include "platform/board_paths.h"
@@ -14,8 +16,16 @@ std::string file(const char* relative) { return board_root() + "/" + relative; }
 unsigned timescale() {
   static const unsigned k = [] {
     const char* text = std::getenv("CUSTODO_SIM_TIMESCALE");
-    long v = text ? std::strtol(text, nullptr, 10) : 1;
-    return v >= 1 ? static_cast<unsigned>(v) : 1u;
+    if (text == nullptr) return 1u;
+    errno = 0;
+    char* end = nullptr;
+    long v = std::strtol(text, &end, 10);
+    if (end == text || *end != '\0' || errno != 0 || v < 1 || v > long{kMaxTimescale}) {
+      std::fprintf(stderr, "%s: CUSTODO_SIM_TIMESCALE must be a whole number from 1 to %u, "
+                   "not '%s'\n", program_invocation_short_name, kMaxTimescale, text);
+      std::exit(1);
+    }
+    return static_cast<unsigned>(v);
   }();
   return k;
 }

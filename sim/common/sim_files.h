@@ -32,7 +32,9 @@ constexpr const char* kFuseDir = "sim/fuse";              // watchdog device, st
 // board_root() + "/" + relative.
 std::string file(const char* relative);
 
-// CUSTODO_SIM_TIMESCALE: 1 when unset or not a positive integer.
+// CUSTODO_SIM_TIMESCALE: 1 when unset. Any other value than a whole number from 1 to
+// kMaxTimescale ends the program with a message saying so.
+constexpr unsigned kMaxTimescale = 10000;
 unsigned timescale();
 
 // The board's millisecond counter as the supervisor sees it; 0 when it cannot be read.

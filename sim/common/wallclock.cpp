@@ -3,8 +3,10 @@
 #include <cstdio>
 #include <ctime>
 #include <fstream>
+#include <sstream>
 #include <string>
 
+#include "core/state_file.h"
 #include "sim/common/sim_files.h"
 
 namespace sim {
@@ -32,13 +34,9 @@ WallClock load_wallclock() {
 }
 
 void save_wallclock(const WallClock& clock) {
-  std::string path = file(kWallClock);
-  std::string tmp = path + ".tmp";
-  {
-    std::ofstream out(tmp, std::ios::trunc);
-    out << clock.anchor_wall_us << ' ' << clock.anchor_mono_us << ' ' << clock.minuteswest << '\n';
-  }
-  std::rename(tmp.c_str(), path.c_str());
+  std::ostringstream text;
+  text << clock.anchor_wall_us << ' ' << clock.anchor_mono_us << ' ' << clock.minuteswest << '\n';
+  write_state_file(file(kWallClock).c_str(), text.str().data(), text.str().size());
 }
 
 int64_t wallclock_now_us(const WallClock& clock) {

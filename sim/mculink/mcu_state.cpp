@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -12,7 +11,9 @@
 #include <cstring>
 #include <fstream>
 
+#include "core/state_file.h"
 #include "platform/board_time.h"
+#include "sim/common/hex_text.h"
 #include "sim/common/sim_files.h"
 #include "sim/common/wallclock.h"
 
@@ -68,6 +69,7 @@ bool whole_number(const std::string& text, long long min, long long max) {
 
 bool decode(const std::string& text, std::string* bytes) {
   bytes->clear();
+  std::string byte;
   for (size_t i = 0; i < text.size(); ++i) {
     char c = text[i];
     if (c == '\n' || c == '\r') return false;
@@ -77,9 +79,8 @@ bool decode(const std::string& text, std::string* bytes) {
       bytes->push_back('\\');
       ++i;
     } else if (i + 3 < text.size() && text[i + 1] == 'x' &&
-               std::isxdigit(static_cast<unsigned char>(text[i + 2])) &&
-               std::isxdigit(static_cast<unsigned char>(text[i + 3]))) {
-      bytes->push_back(static_cast<char>(std::stoi(text.substr(i + 2, 2), nullptr, 16)));
+               from_hex(text.substr(i + 2, 2), &byte)) {
+      *bytes += byte;
       i += 3;
     } else {
       return false;
@@ -126,17 +127,11 @@ McuState defaults() {
 int save(const McuState& state, std::string* error) {
   std::string path = file(kMcuState);
   mkdir(path.substr(0, path.rfind('/')).c_str(), 0755);
-  std::string tmp = path + ".XXXXXX";
-  int fd = mkstemp(&tmp[0]);
   std::string text;
   for (const Key& key : kKeys) text += std::string(key.name) + "=" + state.at(key.name) + "\n";
   text += std::string(kAnchor) + "=" + state.at(kAnchor) + "\n";
-  bool ok = fd >= 0 && fchmod(fd, 0644) == 0 &&
-            write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
-  if (fd >= 0) ok = close(fd) == 0 && ok;
-  if (ok && std::rename(tmp.c_str(), path.c_str()) == 0) return 0;
+  if (write_state_file(path.c_str(), text.data(), text.size()) >= 0) return 0;
   if (error) *error = "cannot write " + path + ": " + std::strerror(errno);
-  unlink(tmp.c_str());
   return -1;
 }
 
@@ -196,6 +191,17 @@ uint32_t mcu_clock_now(const McuState& state) {
   int64_t elapsed_us = std::max<int64_t>(0, host_monotonic_us() - set_at) * timescale();
   return static_cast<uint32_t>(std::strtoull(state.at("utc").c_str(), nullptr, 10) +
                                static_cast<uint64_t>(elapsed_us / 1000000));
+}
+
+std::string mcu_state_summary() {
+  McuState state = mcu_state_load();
+  std::string line;
+  for (const Key& key : kKeys) {
+    std::string value =
+        key.kind == Kind::Seconds ? std::to_string(mcu_clock_now(state)) : state[key.name];
+    line += (line.empty() ? "" : " ") + std::string(key.name) + "=" + value;
+  }
+  return line;
 }
 
 }  // namespace sim

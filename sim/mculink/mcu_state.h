@@ -47,4 +47,7 @@ std::string mcu_state_text(const McuState& state, const char* key);
 // The MCU clock now: utc advanced by the board time since it was set.
 uint32_t mcu_clock_now(const McuState& state);
 
+// The state as `custodo-board mcu` sets it, on one line, with the clock as it reads now.
+std::string mcu_state_summary();
+
 }  // namespace sim

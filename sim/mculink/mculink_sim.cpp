@@ -6,12 +6,12 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 #include <string>
 
 #include "platform/board_time.h"
 #include "platform/mculink.h"
+#include "sim/common/hex_text.h"
 #include "sim/common/sim_files.h"
 #include "sim/mculink/mcu_state.h"
 
@@ -44,16 +44,6 @@ Answer answer(const char* result_key) {
 void fill(void* record, size_t size, const std::string& text) {
   std::memset(record, 0, size);
   std::memcpy(record, text.data(), std::min(size, text.size()));
-}
-
-std::string hex(const void* data, int length) {
-  std::string text;
-  char byte[3];
-  for (int i = 0; data != nullptr && i < length; ++i) {
-    std::snprintf(byte, sizeof byte, "%02x", static_cast<const unsigned char*>(data)[i]);
-    text += byte;
-  }
-  return text;
 }
 
 }  // namespace
@@ -120,8 +110,10 @@ uint32_t utc2mcutime(uint32_t t) {
 
 int sent_cmd(int command, int length, const void* data, int flag) {
   Answer a = answer("cmd_result");
-  record("sent_cmd " + std::to_string(command) + " " + std::to_string(length) + " " +
-         hex(data, length) + " " + std::to_string(flag) + " " + std::to_string(a.result));
+  std::string bytes =
+      data != nullptr && length > 0 ? sim::to_hex(data, static_cast<size_t>(length)) : "";
+  record("sent_cmd " + std::to_string(command) + " " + std::to_string(length) + " " + bytes + " " +
+         std::to_string(flag) + " " + std::to_string(a.result));
   return a.result;
 }
 

@@ -8,20 +8,29 @@
 //                       released, so that even SIGKILL cannot end it at once
 //   zombie              the daemon goes on in a child (hup-exit); the parent takes the name
 //                       "<name>-parent" and never reaps it, so the child's end leaves a zombie
+//   listen MODULE       as hup-exit, and receives on the module's IPC socket through the open
+//                       IPC library, recording each packet as "receive 0xID LENGTH PAYLOAD"
 // Other signals end it as their default action would.
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/prctl.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <cstring>
 #include <fstream>
 #include <string>
 
+#include "platform/nodeipc.h"
+#include "sim/common/hex_text.h"
 #include "sim/common/sim_files.h"
 
 extern char** environ;
+
+// The module that RecvPacket binds: the one given to `listen`.
+int nodeipc_module = -1;
 
 namespace {
 
@@ -31,10 +40,11 @@ void note(const std::string& what) {
   sim::record(sim::kDaemonsLog, name + " " + std::to_string(getpid()) + " " + what);
 }
 
-std::string read_mode() {
+// The behaviour, and the module of `listen`.
+std::string read_mode(int* module) {
   std::ifstream in(sim::file(sim::kStubModes) + "/" + name);
   std::string mode;
-  in >> mode;
+  in >> mode >> *module;
   return mode.empty() ? "hup-exit" : mode;
 }
 
@@ -53,7 +63,7 @@ bool ignored_by_default(int sig) {
     note("signal " + std::to_string(sig));
     if (sig == SIGTERM || (sig == SIGHUP && !ignore_hup)) {
       note("exit 0");
-      std::exit(0);
+      _exit(0);  // at once: a receiving thread may still be at work
     }
     if (sig == SIGHUP || ignored_by_default(sig)) continue;
     sigset_t one;
@@ -102,6 +112,23 @@ void leave_zombie(int argc, char** argv) {
   for (;;) pause();
 }
 
+void* receive(void*) {
+  IpcPacket packet{};
+  while (RecvPacket(&packet) > 0) {
+    note("receive " + sim::packet_text(packet));
+    packet = IpcPacket{};
+  }
+  note(std::string("receive failed: ") + std::strerror(errno));
+  return nullptr;
+}
+
+// Signals stay with the main thread: the receiving one starts with all of them blocked.
+void listen(int module) {
+  nodeipc_module = module;
+  pthread_t thread;
+  if (pthread_create(&thread, nullptr, receive, nullptr) != 0) note("cannot listen");
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -117,8 +144,10 @@ int main(int argc, char** argv) {
   for (int i = 1; i < argc; ++i) start += std::string(" ") + argv[i];
   note(start);
 
-  std::string mode = read_mode();
+  int module = -1;
+  std::string mode = read_mode(&module);
   if (mode == "stuck") stay_stuck();
   if (mode == "zombie") leave_zombie(argc, argv);
+  if (mode == "listen") listen(module);
   serve(mode == "hup-ignore");
 }

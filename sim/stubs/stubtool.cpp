@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "core/state_file.h"
 #include "platform/board_paths.h"
 #include "sim/common/sim_files.h"
 
@@ -31,13 +32,7 @@ int ask_init(const char* request) {
     return 1;
   }
   std::string path = sim::file(sim::kRequest);
-  std::string tmp = path + ".tmp";
-  {
-    std::ofstream out(tmp, std::ios::trunc);
-    out << request;
-    if (!out.flush()) return 1;
-  }
-  if (std::rename(tmp.c_str(), path.c_str()) != 0 || kill(1, SIGUSR1) != 0) {
+  if (write_state_file(path.c_str(), request, std::strlen(request)) < 0 || kill(1, SIGUSR1) != 0) {
     std::perror("request to the board's init");
     return 1;
   }
@@ -61,7 +56,8 @@ std::vector<std::string> queued(const std::string& dir) {
   std::vector<std::string> names;
   if (DIR* d = opendir(dir.c_str())) {
     while (dirent* entry = readdir(d))
-      if (entry->d_name[0] != '.') names.push_back(entry->d_name);
+      // A name with a dot is an answer still being written.
+      if (std::strchr(entry->d_name, '.') == nullptr) names.push_back(entry->d_name);
     closedir(d);
   }
   std::sort(names.begin(), names.end());

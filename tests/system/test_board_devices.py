@@ -7,13 +7,17 @@ import wave
 IDLE = ["-c", "sleep 3600"]
 
 
+def mcu_state(board):
+    """The state that `show mcu` prints after the calls."""
+    return board.tool("show", "mcu").stdout.splitlines()[-1].split(": ", 1)[1].split()
+
+
 def test_mcu_state_is_set_whole_or_not_at_all(board):
     board.mcu(link="down", mode=5, pn="XY12345")
-    state = board.tool("show", "mcu").stdout.splitlines()
-    assert {"link=down", "mode=5", "pn=XY12345"} <= set(state)
+    assert {"link=down", "mode=5", "pn=XY12345"} <= set(mcu_state(board))
     refused = board.tool("mcu", "mode=7", "colour=blue", check=False)
     assert refused.returncode == 1 and "colour" in refused.stderr
-    assert "mode=5" in board.tool("show", "mcu").stdout.splitlines()
+    assert "mode=5" in mcu_state(board)
 
 
 def test_played_sound_lands_in_the_pcm_file(board, tmp_path):

@@ -7,6 +7,7 @@ import subprocess
 import pytest
 
 from board import parse_packet, program, wait_for
+from supervisor_log import FAST, PHASE_6, messages, started
 
 IDLE = ["-c", "sleep 3600"]
 ZERO = bytes(32)
@@ -59,3 +60,16 @@ def test_ipc_failures_are_reported(board):
     assert rx.packets == []
     for bad in (["0x1", "abc"], ["0x100000000"], ["1", "00" * 33]):
         assert board.tool("send", *bad, check=False).returncode == 1
+
+
+def test_listening_stub_daemon_records_what_the_supervisor_sends_it(board):
+    board.tool("daemon", "CoreCtl", "listen", "1")
+    board.run(env=FAST)
+    board.wait_console(PHASE_6)
+    wait_for(lambda: os.path.exists(board.path("run/nodeipc/1")), what="CoreCtl's socket")
+    board.tool("poweroff")
+    assert board.wait_exit() == 0
+    core = started(board, "CoreCtl")[-1]
+    assert [t for t in board.texts("daemons") if " receive" in t] == [
+        "CoreCtl %d receive 0x01070030 0 %s" % (core, ZERO.hex())]
+    assert not [m for m in messages(board) if "Failed to send" in m]

@@ -1,6 +1,6 @@
 // The boot loader's side of a test board: its U-Boot environment.
 #pragma once
-#include "sim/common/uboot_env_image.h"
+#include "sim/common/uboot_env.h"
 
 // A board whose boot-loader environment holds `vars`, in one copy or in two.
 void make_environment(bool redundant, const sim::EnvVars& vars);

@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cstdlib>
+#include <utility>
 
 #include "platform/board_paths.h"
 #include "tests/unit/captured_log.h"
@@ -55,11 +57,17 @@ TEST(CrashCounter, DecodesAddsAndClears) {
 }
 
 TEST(CrashCounter, QuietPeriodComesFromTheEnvironment) {
-  unsetenv("CRASH_IGNORE_MIN");
-  EXPECT_EQ(get_crash_ignore_time(), 600);
-  setenv("CRASH_IGNORE_MIN", "30", 1);
-  EXPECT_EQ(get_crash_ignore_time(), 30);
-  setenv("CRASH_IGNORE_MIN", "x", 1);
-  EXPECT_EQ(get_crash_ignore_time(), 0);
+  // Read as strtol reads it, but a number past the int range is held at its end.
+  const std::pair<const char*, int> rows[] = {
+      {nullptr, 600}, {"30", 30}, {"x", 0}, {" -1min", -1},
+      {"99999999999", INT_MAX}, {"-99999999999999999999", INT_MIN},
+  };
+  for (const auto& [text, minutes] : rows) {
+    if (text)
+      setenv("CRASH_IGNORE_MIN", text, 1);
+    else
+      unsetenv("CRASH_IGNORE_MIN");
+    EXPECT_EQ(get_crash_ignore_time(), minutes) << (text ? text : "(unset)");
+  }
   unsetenv("CRASH_IGNORE_MIN");
 }

@@ -12,7 +12,7 @@ endif
 # run-time tools the supervisor calls.
 PACKAGES := cmake g++ make pkg-config libasound2-dev alsa-utils libfuse3-dev fuse3 \
 	libubootenv-dev libubootenv-tool u-boot-tools libcap-dev libgtest-dev \
-	python3-pytest python3-pytest-xdist dpkg-dev systemd procps psmisc sysvinit-utils
+	python3-pytest python3-pytest-xdist dpkg-dev systemd strace procps psmisc sysvinit-utils
 
 # Cross builds, one per board architecture: build-<name> with cmake/<triplet>.cmake, Debian's
 # cross compiler and the libraries of the Debian architecture, or with SYSROOT_<name>=DIR those

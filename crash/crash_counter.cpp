@@ -1,5 +1,8 @@
 #include "crash/crash_counter.h"
 
+#include <dirent.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <climits>
@@ -41,6 +44,22 @@ int read_counter_value() {
   return static_cast<int>(value);
 }
 
+// A power cut between a write and its rename leaves the temporary behind. The supervisor is
+// the counter's only writer, so any temporary of it found before a write is stale.
+void remove_stale_temporaries() {
+  std::string path = board_path(BoardPath::FailureCount);
+  size_t slash = path.rfind('/');
+  std::string prefix = path.substr(slash + 1) + ".";
+  DIR* dir = opendir(path.substr(0, slash).c_str());
+  if (dir == nullptr) return;
+  while (dirent* entry = readdir(dir)) {
+    std::string name = entry->d_name;
+    if (name.size() == prefix.size() + 6 && name.compare(0, prefix.size(), prefix) == 0)
+      unlinkat(dirfd(dir), entry->d_name, 0);
+  }
+  closedir(dir);
+}
+
 }  // namespace
 
 int get_total_crash() {
@@ -55,6 +74,7 @@ void add_crash_time() {
   int value = total % kPerGroup + ((total / kPerGroup) << 8);
   char text[16];
   int length = std::snprintf(text, sizeof text, "%d", value);
+  remove_stale_temporaries();
   if (write_state_file(board_path(BoardPath::FailureCount), text, static_cast<size_t>(length)) < 0) {
     log_line("add_crash_time failed");
     return;

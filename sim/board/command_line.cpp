@@ -106,13 +106,6 @@ bool write_file(const std::string& path, const std::string& content, unsigned mo
   return write_state_file(path.c_str(), content.data(), content.size(), mode) >= 0;
 }
 
-std::string read_file(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
-
 bool remove_contents(const std::string& dir) {
   std::error_code error;
   for (std::filesystem::directory_iterator it(dir, error), end; !error && it != end;

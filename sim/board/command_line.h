@@ -1,5 +1,6 @@
 // Helpers shared by the commands of custodo-board: errors, the board root, small files.
 #pragma once
+#include "sim/common/sim_files.h"
 #include <getopt.h>
 
 #include <functional>
@@ -44,5 +45,3 @@ bool write_file(const std::string& path, const std::string& content, unsigned mo
 // Removes everything below `dir`, not `dir` itself; symbolic links are removed, not followed.
 // False with errno set when something could not be removed.
 bool remove_contents(const std::string& dir);
-// The whole file; empty when it cannot be read.
-std::string read_file(const std::string& path);

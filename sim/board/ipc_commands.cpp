@@ -137,6 +137,7 @@ int cmd_stage_done(const Args& args) {
 
 int cmd_recv(const Args& args) {
   const char* usage = "usage: custodo-board recv DIR MODULE [--timeout S] [--count N]";
+  constexpr double kLongestTimeout = 86400;  // also keeps out "inf" and "nan"
   const option kOptions[] = {{"timeout", required_argument, nullptr, 't'},
                              {"count", required_argument, nullptr, 'c'},
                              {}};
@@ -150,7 +151,7 @@ int cmd_recv(const Args& args) {
     } else {
       char* end = nullptr;
       timeout = std::strtod(value.c_str(), &end);
-      valid = *end == '\0' && timeout > 0;
+      valid = *end == '\0' && timeout > 0 && timeout <= kLongestTimeout;
     }
     if (!valid) fail((found == 'c' ? "bad count: " : "bad time-out: ") + value);
     return valid;

@@ -42,7 +42,7 @@ bool parse_signal(std::string text, int* number) {
 }
 
 pid_t board_init() {
-  pid_t pid = std::atoi(read_file(sim::file(sim::kInitPid)).c_str());
+  pid_t pid = std::atoi(sim::read_file(sim::file(sim::kInitPid)).c_str());
   return pid > 1 ? pid : -1;
 }
 
@@ -106,7 +106,7 @@ std::string base_name(const std::string& path) {
 // A process is NAME as pidof -x sees it: by the program it runs, or by the script a shell
 // runs for it. Zombies have no command line and are left alone.
 bool is_named(const std::string& pid, const std::string& name) {
-  std::string cmdline = read_file("/proc/" + pid + "/cmdline");
+  std::string cmdline = sim::read_file("/proc/" + pid + "/cmdline");
   std::vector<std::string> words;
   for (const std::string& word : split_nul(cmdline)) words.push_back(base_name(word));
   if (words.empty()) return false;
@@ -158,7 +158,7 @@ int cmd_exec(const Args& args) {
   if (need_running_board(args[0], &root) != 0) return 1;
   pid_t init = board_init();
   // The board's environment, read before our /proc becomes the board's.
-  std::string environment = read_file("/proc/" + std::to_string(init) + "/environ");
+  std::string environment = sim::read_file("/proc/" + std::to_string(init) + "/environ");
   char cwd[PATH_MAX];
   std::string here = getcwd(cwd, sizeof cwd) ? cwd : root;
   if (!enter_board(init, &error)) return fail(error);

@@ -48,7 +48,7 @@ class Layout {
   }
   void copy(const std::string& from, const std::string& relative) {
     if (!ok_) return;
-    std::string content = read_file(from);
+    std::string content = sim::read_file(from);
     if (content.empty()) {
       ok_ = false;
       error_ = "cannot read " + from + " (build it beside custodo-board)";

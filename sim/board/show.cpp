@@ -54,7 +54,7 @@ int cmd_show(const Args& args) {
   for (const Record& r : kRecords)
     if (args[1] == r.topic) record = &r;
   if (record == nullptr) return fail("nothing to show under '" + args[1] + "'");
-  std::fputs(read_file(sim::file(record->file)).c_str(), stdout);
+  std::fputs(sim::read_file(sim::file(record->file)).c_str(), stdout);
   // After a record, what it acts on as it stands now.
   if (args[1] == "mcu") std::printf("MCU state now: %s\n", sim::mcu_state_summary().c_str());
   if (args[1] == "clock") {

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -42,11 +43,17 @@ int ask_board(const std::string& dir, const std::string& request) {
   return 0;
 }
 
-bool parse_long(const std::string& text, long long* value) {
+bool parse_long(const std::string& text, long long min, long long max, long long* value) {
   char* end = nullptr;
+  errno = 0;
   *value = std::strtoll(text.c_str(), &end, 10);
-  return !text.empty() && *end == '\0';
+  return !text.empty() && *end == '\0' && errno != ERANGE && *value >= min && *value <= max;
 }
+
+// The board's clock runs from the epoch to the end of year 9999, its zone at most 15 hours
+// from Greenwich, as the kernel's.
+constexpr long long kLastSecond = 253402300799;
+constexpr long long kWidestZone = 15 * 60;
 
 // The queue's next name: one above the highest, so that names sort in the order pushed.
 std::string next_queue_name(const std::string& queue) {
@@ -92,9 +99,10 @@ int cmd_unstick(const Args& args) {
 
 int cmd_wallclock(const Args& args) {
   long long seconds = 0, minuteswest = 0;
-  if (args.size() < 2 || args.size() > 3 || !parse_long(args[1], &seconds) ||
-      (args.size() == 3 && !parse_long(args[2], &minuteswest)))
-    return fail("usage: custodo-board wallclock DIR SECONDS [MINUTESWEST]");
+  if (args.size() < 2 || args.size() > 3 || !parse_long(args[1], 0, kLastSecond, &seconds) ||
+      (args.size() == 3 && !parse_long(args[2], -kWidestZone, kWidestZone, &minuteswest)))
+    return fail("usage: custodo-board wallclock DIR SECONDS [MINUTESWEST] (seconds from 0 to " +
+                std::to_string(kLastSecond) + ", minutes west from -900 to 900)");
   std::string root;
   // Every boot starts the board's clock afresh, so it is set on a running board only.
   if (need_running_board(args[0], &root) != 0) return 1;

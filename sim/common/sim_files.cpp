@@ -11,6 +11,16 @@
 
 namespace sim {
 
+std::string read_file(const std::string& path) {
+  std::string text;
+  FILE* in = std::fopen(path.c_str(), "rbe");
+  if (in == nullptr) return text;
+  char buffer[4096];
+  for (size_t n; (n = std::fread(buffer, 1, sizeof buffer, in)) > 0;) text.append(buffer, n);
+  std::fclose(in);
+  return text;
+}
+
 std::string file(const char* relative) { return board_root() + "/" + relative; }
 
 unsigned timescale() {

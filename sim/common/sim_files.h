@@ -32,6 +32,10 @@ constexpr const char* kFuseDir = "sim/fuse";              // watchdog device, st
 // board_root() + "/" + relative.
 std::string file(const char* relative);
 
+// A whole file's bytes; "" when it cannot be read. The descriptor is close-on-exec: the
+// supervisor links these helpers, and it forks.
+std::string read_file(const std::string& path);
+
 // CUSTODO_SIM_TIMESCALE: 1 when unset. Any other value than a whole number from 1 to
 // kMaxTimescale ends the program with a message saying so.
 constexpr unsigned kMaxTimescale = 10000;

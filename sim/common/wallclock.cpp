@@ -2,7 +2,6 @@
 
 #include <cstdio>
 #include <ctime>
-#include <fstream>
 #include <sstream>
 #include <string>
 
@@ -24,7 +23,7 @@ int64_t host_realtime_us() { return clock_us(CLOCK_REALTIME); }
 
 WallClock load_wallclock() {
   WallClock clock;
-  std::ifstream in(file(kWallClock));
+  std::istringstream in(read_file(file(kWallClock)));
   if (!(in >> clock.anchor_wall_us >> clock.anchor_mono_us >> clock.minuteswest)) {
     clock = WallClock{};
     clock.anchor_wall_us = host_realtime_us();

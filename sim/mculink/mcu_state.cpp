@@ -9,7 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
+#include <sstream>
 
 #include "core/state_file.h"
 #include "platform/board_time.h"
@@ -139,7 +139,7 @@ int save(const McuState& state, std::string* error) {
 
 McuState mcu_state_load() {
   McuState state = defaults();
-  std::ifstream in(file(kMcuState));
+  std::istringstream in(read_file(file(kMcuState)));
   std::string line;
   while (std::getline(in, line)) {
     size_t eq = line.find('=');

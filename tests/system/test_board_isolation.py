@@ -19,7 +19,7 @@ def test_two_boards_do_not_see_each_others_processes_queues_or_sockets(make_boar
     queues = lambda b: [line for line in b.exec("ipcs", "-q").stdout.splitlines() if line.startswith("0x")]
     assert len(queues(first)) == 1 and queues(second) == []
     host = subprocess.run(["ipcs", "-q"], capture_output=True, text=True).stdout
-    assert queues(first)[0].split()[1] not in [line.split()[1] for line in host.splitlines()
+    assert queues(first)[0].split()[0] not in [line.split()[0] for line in host.splitlines()
                                                if line.startswith("0x")]
     with first.receiver(9, timeout=0.5) as rx:
         assert second.tool("send", "0x09070001", check=False).returncode == 1

@@ -109,7 +109,16 @@ def test_board_commands_check_their_ranges(board, command):
 def supervisor_calls(trace):
     """The system calls of the supervisor's own threads, from `strace -f` lines: the first
     process and the threads it makes, not its children."""
-    lines = [line.split(None, 1) for line in trace.splitlines() if line[:1].isdigit()]
+    lines, unfinished = [], {}
+    for tid, call in (line.split(None, 1) for line in trace.splitlines() if line[:1].isdigit()):
+        # A call that another thread's call interrupted comes in two pieces: join them.
+        if call.endswith("<unfinished ...>"):
+            unfinished[tid] = call[:-len("<unfinished ...>")].rstrip()
+            continue
+        resumed = re.match(r"<\.\.\. \w+ resumed>\s?(.*)", call)
+        if resumed and tid in unfinished:
+            call = unfinished.pop(tid) + resumed.group(1)
+        lines.append((tid, call))
     ours = {lines[0][0]}
     for tid, call in lines:
         thread = re.match(r"clone3?\(.*CLONE_THREAD.*= (\d+)$", call)

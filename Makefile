@@ -67,7 +67,7 @@ demo: build
 	$(BUILD)/custodo-board daemon $(DEMO_ROOT) CoreCtl listen 1
 	$(BUILD)/custodo-board daemon $(DEMO_ROOT) AppBridge listen 3
 	$(BUILD)/custodo-board daemon $(DEMO_ROOT) chimer listen 4
-	for offset in -0.734521 0.021337 -0.004210; do \
+	for offset in 2.5 -0.734521 1.2; do \
 		$(BUILD)/custodo-board ntpdate $(DEMO_ROOT) push \
 			"22 Nov 10:00:00 ntpdate[123]: adjust time server 10.0.0.1 offset $$offset sec"; \
 	done

@@ -1,5 +1,8 @@
 #include "sim/board/root_files.h"
 
+#include <cmath>
+#include <cstdint>
+
 namespace root_files {
 
 std::string process_list() {
@@ -33,6 +36,30 @@ std::string ntp_servers() {
 }
 
 std::string mcu_firmware_match() { return "MCU_FW_1.0.0\n"; }
+
+std::string factory_prompt() {
+  constexpr uint32_t kRate = 16000;
+  constexpr uint32_t kFrames = kRate / 2;
+  std::string wav;
+  auto put = [&wav](uint32_t value, int bytes) {
+    for (int i = 0; i < bytes; ++i) wav.push_back(static_cast<char>(value >> (8 * i)));
+  };
+  wav += "RIFF";
+  put(36 + kFrames * 2, 4);
+  wav += "WAVEfmt ";
+  put(16, 4);
+  put(1, 2);          // PCM
+  put(1, 2);          // mono
+  put(kRate, 4);
+  put(kRate * 2, 4);  // bytes a second
+  put(2, 2);          // bytes a frame
+  put(16, 2);         // bits a sample
+  wav += "data";
+  put(kFrames * 2, 4);
+  for (uint32_t n = 0; n < kFrames; ++n)
+    put(static_cast<uint16_t>(static_cast<int16_t>(8000 * std::sin(2 * M_PI * 440 * n / kRate))), 2);
+  return wav;
+}
 
 std::string kernel_cmdline() {
   return "console=ttyS0,115200 rootwait ro boot_fs=1 loglevel=4\n";

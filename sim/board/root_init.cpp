@@ -101,6 +101,7 @@ void populate(Layout& at, const std::string& root) {
   at.file("proc/cmdline", root_files::kernel_cmdline());
   at.file("etc/fw_env.config", root_files::fw_env_config(root));
   at.file("etc/asound.conf", root_files::asound_conf(root));
+  at.file(root_files::kFactoryPrompt, root_files::factory_prompt());
 
   std::string dir = self_dir();
   at.copy(dir + "/custodo-stubd", "bin/stubd");

@@ -1,16 +1,21 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
 
 #include <climits>
 #include <cmath>
 #include <cstdlib>
 #include <random>
 
+#include "crash/crash_stat.h"
 #include "platform/board_paths.h"
 #include "sim/common/sim_files.h"
 #include "sim/mculink/mcu_state.h"
 #include "tests/unit/captured_log.h"
 #include "tests/unit/text_file.h"
+#include "timesync/clock_sync_thread.h"
 #include "timesync/mcu_clock.h"
 #include "timesync/ntp_query.h"
 
@@ -123,6 +128,26 @@ TEST(McuClock, PushedTimeIsSentAsTheMcuLocalTime) {
   EXPECT_EQ(captured_log([] { EXPECT_EQ(sync_mcu_with_ap(1), -1); }),
             std::vector<std::string>{"sync_mcu_with_ap init_uart failed-1"});
   ASSERT_EQ(sim::mcu_state_reset(&error), 0) << error;
+}
+
+}  // namespace
+
+namespace {
+
+TEST(ClockSyncThread, CountsFailuresInAWrappingByteAndEndsWhenAsked) {
+  ntp_list.clear();
+  ntp_enable = 1;
+  gStatInfo[3] = 255;
+  std::vector<std::string> log = captured_log([] {
+    create_ntp_thread("/nonexistent");  // nobody to ask: every query fails
+    for (int ms = 0; ms < 5000 && gStatInfo[3] != 0; ++ms) usleep(1000);
+    destroy_ntp_thread();  // within the minute's sleep, a few ms here
+  });
+  EXPECT_EQ(gStatInfo[3], 0);
+  for (const char* line : {"ntp_thread start", "ntpserver no valid response, retry next 60s",
+                           "ntp_thread end", "destroy_ntp_thread succ = 0"})
+    EXPECT_NE(std::find(log.begin(), log.end(), line), log.end()) << line;
+  EXPECT_NE(read_text(board_path(BoardPath::StatLog)).find("tq_stat_int 6 2 1\n"), std::string::npos);
 }
 
 }  // namespace

@@ -13,7 +13,7 @@ import time
 
 import pytest
 
-from board import program, wait_for
+from board import program, sanitized_build, wait_for
 from supervisor_log import FAST, PHASE_6, in_order, messages, run, supervisor_exits
 
 NOBODY = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"]
@@ -127,6 +127,7 @@ def supervisor_calls(trace):
     return [(tid, call) for tid, call in lines if tid in ours]
 
 
+@pytest.mark.skipif(sanitized_build(), reason="the sanitizer runtime opens pipes of its own")
 def test_descriptors_are_close_on_exec_and_the_counter_survives_a_power_cut(board):
     # The supervisor under strace: every descriptor it opens must be close-on-exec from the
     # open, and the crash counter's rename must be followed by a sync of its directory.

@@ -43,7 +43,9 @@ void copy_payload(const IpcPacket& packet, Record* record) {
   std::memcpy(record, packet.payload, packet.length);
 }
 
-void dispatch(const IpcPacket& packet) {
+}  // namespace
+
+void dispatch_packet(const IpcPacket& packet) {
   switch (packet.id) {
     case MSG_SHUTDOWN_WATCHDOG:
       on_shutdown(packet);
@@ -74,8 +76,6 @@ void dispatch(const IpcPacket& packet) {
   }
 }
 
-}  // namespace
-
 void* ipc_com_rcv_thread(void*) {
   // Zeroed once: a short message leaves the bytes of earlier ones in place.
   IpcPacket packet{};
@@ -87,7 +87,7 @@ void* ipc_com_rcv_thread(void*) {
       continue;
     }
     log_line("ipc_com_rcv_thread RecvPacket MsgId = ", packet.id, " rval = ", rval);
-    dispatch(packet);
+    dispatch_packet(packet);
   }
   log_line("ipc_com_rcv_thread end\n");
   return nullptr;

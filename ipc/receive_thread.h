@@ -5,6 +5,8 @@
 
 #include <atomic>
 
+#include "platform/nodeipc.h"
+
 extern std::atomic<int> ipc_enable;
 extern pthread_t ipc_thread;
 // The prompt named by the last shutdown request, NUL-padded; not terminated when all 30 are used.
@@ -12,3 +14,5 @@ extern char g_szSoundFile[30];
 
 int create_ipc_thread();
 void* ipc_com_rcv_thread(void*);
+// Acts on one received packet: an event for the main loop, or an update stage handled here.
+void dispatch_packet(const IpcPacket& packet);

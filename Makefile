@@ -14,6 +14,12 @@ PACKAGES := cmake g++ make pkg-config libasound2-dev alsa-utils libfuse3-dev fus
 	libubootenv-dev libubootenv-tool u-boot-tools libcap-dev libgtest-dev \
 	python3-pytest python3-pytest-xdist dpkg-dev systemd strace procps psmisc sysvinit-utils
 
+# Fuzzing: clang's libFuzzer with ASan and UBSan, each target of tests/fuzz for FUZZ_SECONDS,
+# two at a time on two cores.
+FUZZ_SECONDS ?= 30
+FUZZ_PACKAGES := clang-14 libclang-rt-14-dev
+FUZZ_TARGETS := $(patsubst tests/fuzz/%_fuzz.cpp,%,$(wildcard tests/fuzz/*_fuzz.cpp))
+
 # Cross builds, one per board architecture: build-<name> with cmake/<triplet>.cmake, Debian's
 # cross compiler and the libraries of the Debian architecture, or with SYSROOT_<name>=DIR those
 # of a sysroot (the robot's).
@@ -43,8 +49,8 @@ define install_missing
 	fi
 endef
 
-.PHONY: all deps build demo test test-sim test-sanitize test-target package cross cross-test \
-	cross-package clean
+.PHONY: all deps build demo test test-sim test-sanitize test-thread test-target fuzz package cross \
+	cross-test cross-package clean
 
 all: build
 
@@ -73,7 +79,7 @@ demo: build
 	done
 	$(BUILD)/custodo-board run $(DEMO_ROOT) -- $(DEMO_ROOT)/opt/belvane/watchdog
 
-test: test-sim test-sanitize test-target
+test: test-sim test-sanitize test-thread test-target
 
 # Unit and system tests, and the install and package checks, through CTest.
 test-sim: build
@@ -82,10 +88,32 @@ test-sim: build
 test-sanitize:
 	$(MAKE) --no-print-directory test-sim BUILD=build-asan CMAKE_FLAGS="$(CMAKE_FLAGS) -DCUSTODO_SANITIZE=ON"
 
+test-thread:
+	$(MAKE) --no-print-directory test-sim BUILD=build-tsan \
+		CMAKE_FLAGS="$(CMAKE_FLAGS) -DCUSTODO_SANITIZE=thread"
+
 # The robot's variant has no vendor libraries here: its objects must still compile.
 test-target: deps
 	cmake -S . -B build-target -DCUSTODO_BOARD=target $(CMAKE_FLAGS) >/dev/null
 	cmake --build build-target -j$(JOBS)
+
+# New inputs go to build-fuzz/corpus/<target>/, a failing one to build-fuzz/<target>-crash-*
+# (or -timeout-*, -leak-*): keep it as a regression case in tests/fuzz/corpus/<target>/.
+fuzz: deps
+	$(call install_missing,$(FUZZ_PACKAGES))
+	cmake -S . -B build-fuzz -DCMAKE_CXX_COMPILER=clang++-14 -DCUSTODO_FUZZ=ON $(CMAKE_FLAGS) \
+		>/dev/null
+	cmake --build build-fuzz -j$(JOBS) --target fuzzers
+	@$(MAKE) --no-print-directory -j$(JOBS) $(FUZZ_TARGETS:%=fuzz-%)
+
+fuzz-%:
+	@mkdir -p build-fuzz/corpus/$*
+	@if build-fuzz/fuzz_$* -max_total_time=$(FUZZ_SECONDS) -timeout=10 \
+		-artifact_prefix=build-fuzz/$*- build-fuzz/corpus/$* tests/fuzz/corpus/$* \
+		>build-fuzz/fuzz_$*.log 2>&1; then \
+		echo "fuzz_$*: $$(grep -o 'Done [0-9]* runs in [0-9]* second(s)' build-fuzz/fuzz_$*.log)"; \
+	else tail -n 40 build-fuzz/fuzz_$*.log; echo "fuzz_$*: failed, see build-fuzz/fuzz_$*.log"; \
+		exit 1; fi
 
 package: build
 	cd $(BUILD) && cpack
@@ -116,4 +144,4 @@ cross-package: cross
 	$(foreach a,$(CROSS),(cd build-$(a) && cpack) && ) true
 
 clean:
-	rm -rf build build-asan build-target $(CROSS:%=build-%) build-vendor
+	rm -rf build build-asan build-tsan build-fuzz build-target $(CROSS:%=build-%) build-vendor

@@ -95,7 +95,7 @@ void cpu_performance() {
     case REBOOT: {
       clear_crash_time();
       // The prompt plays while the daemons stop; the board goes down once it has ended.
-      bool prompt = g_szSoundFile[0] != '\0';
+      bool prompt = !requested_prompt().empty();
       if (prompt) create_snd_thread();
       send_ipc_msg(MSG_SHUTDOWN_WATCHDOG_ACK, nullptr, 0);
       cpu_performance();

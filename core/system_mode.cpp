@@ -29,9 +29,7 @@ constexpr unsigned kNoFirmwareWaitSeconds = 3600;
   end_process(status);
 }
 
-[[noreturn]] void run_self_test(const char* format) {
-  char cmdline[128] = {0};
-  std::snprintf(cmdline, sizeof cmdline, format);
+[[noreturn]] void run_self_test(const char* cmdline) {
   tq_system(cmdline);
   restore_partition_flag();
   log_line("destroy_hw_wdog_thread...");
@@ -88,10 +86,10 @@ const char* process_list_for_mode(int mode) {
   switch (mode) {
     case SYS_MODE_BIT:
       log_line("##################### SYS_MODE_BIT ################");
-      run_self_test("serialcheck -t AT#BIT%% -pa -c &");
+      run_self_test("serialcheck -t AT#BIT% -pa -c &");
     case SYS_MODE_AUTO_BIT:
       log_line("##################### SYS_MODE_AUTO_BIT ################");
-      run_self_test("serialcheck -t AT#AUTO_BIT%% -pa -c &");
+      run_self_test("serialcheck -t AT#AUTO_BIT% -pa -c &");
     case SYS_MODE_MOBILITY_TEST:
       log_line("##################### Mobility Test ################");
       return "ProcessListMT.conf";

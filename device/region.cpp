@@ -28,15 +28,8 @@ bool region_matches(const std::string& line, const std::string& prefix, std::str
 
 }  // namespace
 
-void RegionConfig(const std::string& table_path, char* pn) {
-  FILE* table = std::fopen(table_path.c_str(), "re");
-  if (table == nullptr) {
-    // A system without its region table is not started at all.
-    log_line("ReadRegionConfig: read config file failed ", table_path);
-    end_process(0);
-  }
+bool find_region(FILE* table, const char* pn, std::string* region) {
   std::string prefix(pn, strnlen(pn, kPrefixLength));
-  std::string region;
   bool found = false;
   char* line = nullptr;
   size_t capacity = 0;
@@ -45,9 +38,21 @@ void RegionConfig(const std::string& table_path, char* pn) {
     std::string text(line, static_cast<size_t>(length));
     if (!text.empty() && text.back() == '\n') text.pop_back();
     if (!text.empty() && text[0] == '#') continue;
-    found = region_matches(text, prefix, &region);
+    found = region_matches(text, prefix, region);
   }
   std::free(line);
+  return found;
+}
+
+void RegionConfig(const std::string& table_path, char* pn) {
+  FILE* table = std::fopen(table_path.c_str(), "re");
+  if (table == nullptr) {
+    // A system without its region table is not started at all.
+    log_line("ReadRegionConfig: read config file failed ", table_path);
+    end_process(0);
+  }
+  std::string region;
+  bool found = find_region(table, pn, &region);
   std::fclose(table);
   if (!found) {
     log_line("ReadRegionConfig Failed Write Default Region");

@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 
 #include "core/event_queue.h"
 #include "core/log_line.h"
@@ -16,6 +17,8 @@ char g_szSoundFile[30];
 
 namespace {
 
+std::mutex prompt_mutex;
+
 // The option record is taken whole, whatever the length field says. The prompt name is
 // written before the event is posted: the queue orders it before the main loop reads it.
 void on_shutdown(const IpcPacket& packet) {
@@ -23,6 +26,7 @@ void on_shutdown(const IpcPacket& packet) {
   ShutdownOption option;
   std::memcpy(&option, packet.payload, sizeof option);
   if (option.sound[0] != '\0') {
+    std::lock_guard<std::mutex> lock(prompt_mutex);
     std::memset(g_szSoundFile, 0, sizeof g_szSoundFile);
     std::strncpy(g_szSoundFile, option.sound, sizeof g_szSoundFile);
   }
@@ -43,7 +47,9 @@ void copy_payload(const IpcPacket& packet, Record* record) {
   std::memcpy(record, packet.payload, packet.length);
 }
 
-void dispatch(const IpcPacket& packet) {
+}  // namespace
+
+void dispatch_packet(const IpcPacket& packet) {
   switch (packet.id) {
     case MSG_SHUTDOWN_WATCHDOG:
       on_shutdown(packet);
@@ -74,8 +80,6 @@ void dispatch(const IpcPacket& packet) {
   }
 }
 
-}  // namespace
-
 void* ipc_com_rcv_thread(void*) {
   // Zeroed once: a short message leaves the bytes of earlier ones in place.
   IpcPacket packet{};
@@ -87,10 +91,15 @@ void* ipc_com_rcv_thread(void*) {
       continue;
     }
     log_line("ipc_com_rcv_thread RecvPacket MsgId = ", packet.id, " rval = ", rval);
-    dispatch(packet);
+    dispatch_packet(packet);
   }
   log_line("ipc_com_rcv_thread end\n");
   return nullptr;
+}
+
+std::string requested_prompt() {
+  std::lock_guard<std::mutex> lock(prompt_mutex);
+  return std::string(g_szSoundFile, strnlen(g_szSoundFile, sizeof g_szSoundFile));
 }
 
 int create_ipc_thread() { return start_thread(&ipc_thread, ipc_com_rcv_thread); }

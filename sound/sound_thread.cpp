@@ -1,5 +1,4 @@
 #include <cerrno>
-#include <cstring>
 
 #include "core/log_line.h"
 #include "core/threads.h"
@@ -24,10 +23,7 @@ int snd_thread_created = ESRCH;
 }  // namespace
 
 void* play_sound_thread(void*) {
-  // The field is not terminated when all of it is used.
-  char name[sizeof g_szSoundFile + 1] = {};
-  std::memcpy(name, g_szSoundFile, sizeof g_szSoundFile);
-  DoSpeaker(name);
+  DoSpeaker(requested_prompt().c_str());
   return nullptr;
 }
 

@@ -10,7 +10,7 @@ extern pthread_t snd_thread;
 int DoSpeaker(const char* name);
 
 void* play_sound_thread(void*);
-// Starts the sound thread on the prompt named in g_szSoundFile; pthread_create's result.
+// Starts the sound thread on the requested prompt; pthread_create's result.
 int create_snd_thread();
 // Waits for the sound thread to end, logging the join's result.
 void destroy_snd_thread();

@@ -1,6 +1,7 @@
 // The NTP servers, asked one per query in turn through the system's ntpdate, and the offset
 // published for the other daemons. The board's clock is never set from the network.
 #pragma once
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,10 @@ int sync_time(int* offset);
 
 // Runs an ntpdate query command and reads its offset; the same results as sync_time.
 int ntpdate_query(const char* command, int* offset);
+
+// Reads ntpdate's output up to the first summary line with an offset: 1 and the offset, or 0
+// at the end of the output.
+int ntpdate_read(FILE* output, double* seconds);
 
 // Whether one line of ntpdate's output is its summary with an offset, and that offset.
 bool ntpdate_offset(const char* line, double* seconds);

@@ -26,6 +26,17 @@ bool ntpdate_offset(const char* line, double* seconds) {
   return true;
 }
 
+int ntpdate_read(FILE* output, double* seconds) {
+  char line[kLineBytes];
+  while (std::fgets(line, sizeof line, output) != nullptr) {
+    log_line("ntpdate return:", line);
+    if (std::strstr(line, "time server") == nullptr) continue;
+    log_line("ntpdate return:", line);
+    if (ntpdate_offset(line, seconds)) return 1;
+  }
+  return 0;
+}
+
 int ntpdate_query(const char* command, int* offset) {
   int result = 0;
   double seconds = 0;
@@ -40,16 +51,7 @@ int ntpdate_query(const char* command, int* offset) {
       wait_child(pid);
     }
   } else {
-    char line[kLineBytes];
-    while (std::fgets(line, sizeof line, pipe) != nullptr) {
-      log_line("ntpdate return:", line);
-      if (std::strstr(line, "time server") == nullptr) continue;
-      log_line("ntpdate return:", line);
-      if (ntpdate_offset(line, &seconds)) {
-        result = 1;
-        break;
-      }
-    }
+    result = ntpdate_read(pipe, &seconds);
     std::fclose(pipe);
     wait_child(pid);
   }

@@ -204,12 +204,13 @@ void board_fs_unmount() {
   if (session == nullptr) return;
   stuck_release_all();
   fuse_session_exit(session);
-  fuse_session_unmount(session);
   while (serving) {
     pthread_kill(server.native_handle(), SIGUSR2);
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
   server.join();
+  // Only now: unmounting closes the device that the loop was reading.
+  fuse_session_unmount(session);
   fuse_session_destroy(session);
   session = nullptr;
 }

@@ -5,6 +5,7 @@ Every wait synchronises on an event (a console line, a record, a file); none sle
 
 import collections
 import os
+import re
 import shutil
 import signal
 import subprocess
@@ -19,10 +20,11 @@ def sanitized_build():
     """Whether the programs under test were built with the sanitizers."""
     try:
         with open(os.path.join(BUILD, "CMakeCache.txt")) as f:
-            return "CUSTODO_SANITIZE:BOOL=ON" in f.read()
+            return re.search(r"^CUSTODO_SANITIZE:\w+=(ON|thread)$", f.read(), re.M) is not None
     except OSError:
         return False
-SANITIZER_MARKS = ("ERROR: AddressSanitizer", "ERROR: LeakSanitizer", "runtime error:")
+SANITIZER_MARKS = ("ERROR: AddressSanitizer", "ERROR: LeakSanitizer", "runtime error:",
+                   "ThreadSanitizer:")
 
 # Record files below the board root, by short name.
 RECORDS = {

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "platform/board_paths.h"
-#include "tests/unit/boot_environment.h"
+#include "tests/common/boot_environment.h"
 #include "tests/unit/text_file.h"
 
 namespace {
@@ -25,8 +25,8 @@ std::string printenv() {
 TEST(BootFlags, SingleAndRedundantEnvironmentsReadBackWhatWasStored) {
   for (bool redundant : {false, true}) {
     SCOPED_TRACE(redundant ? "redundant" : "single");
-    make_environment(redundant, {{"partition_flag_1", "1"}, {"partition_flag_2", "0"},
-                                 {"update_progress_flag", "4"}});
+    ASSERT_TRUE(make_environment(redundant, {{"partition_flag_1", "1"}, {"partition_flag_2", "0"},
+                                             {"update_progress_flag", "4"}}));
     int flag = -1;
     _BL_UpdateProgressFlag progress = UpdateProgress_Unknown;
     EXPECT_EQ(BlGetPartitionFlag(2, &flag), 0);
@@ -46,7 +46,8 @@ TEST(BootFlags, SingleAndRedundantEnvironmentsReadBackWhatWasStored) {
 }
 
 TEST(BootFlags, MissingOrBrokenValuesFail) {
-  make_environment(true, {{"partition_flag_1", "yes"}, {"update_progress_flag", "3x"}});
+  ASSERT_TRUE(
+      make_environment(true, {{"partition_flag_1", "yes"}, {"update_progress_flag", "3x"}}));
   int flag = 7;
   _BL_UpdateProgressFlag progress = UpdateProgress_Phase_0;
   EXPECT_EQ(BlGetPartitionFlag(1, &flag), -EINVAL);

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "process/process_management.h"
-#include "tests/unit/boot_environment.h"
+#include "tests/common/boot_environment.h"
 #include "tests/unit/captured_log.h"
 #include "update/boot_flags.h"
 #include "update/update_stage_handlers.h"
@@ -13,9 +13,9 @@ namespace {
 
 // A board whose boot loader holds `flag`, or one whose environment cannot be read.
 void boot_loader_at(int flag, bool broken = false) {
-  make_environment(true, {{"partition_flag_1", "1"},
-                          {"partition_flag_2", "1"},
-                          {"update_progress_flag", std::to_string(flag)}});
+  ASSERT_TRUE(make_environment(true, {{"partition_flag_1", "1"},
+                                      {"partition_flag_2", "1"},
+                                      {"update_progress_flag", std::to_string(flag)}}));
   if (broken) break_environment();
   g_upgrader_flag = flag;
 }

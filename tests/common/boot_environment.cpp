@@ -1,13 +1,11 @@
-#include "tests/unit/boot_environment.h"
-
-#include <gtest/gtest.h>
+#include "tests/common/boot_environment.h"
 
 #include <fstream>
 #include <string>
 
 #include "platform/board_paths.h"
 
-void make_environment(bool redundant, const sim::EnvVars& vars) {
+bool make_environment(bool redundant, const sim::EnvVars& vars) {
   std::string copies[] = {board_root() + "/sim/env.a", board_root() + "/sim/env.b"};
   std::ofstream config(board_path(BoardPath::FwEnvConfig), std::ios::trunc);
   for (int i = 0; i < (redundant ? 2 : 1); ++i) {
@@ -15,7 +13,7 @@ void make_environment(bool redundant, const sim::EnvVars& vars) {
     config << copies[i] << " 0x0 0x4000\n";
   }
   config.close();
-  ASSERT_TRUE(sim::write_uboot_env(board_path(BoardPath::FwEnvConfig), vars));
+  return sim::write_uboot_env(board_path(BoardPath::FwEnvConfig), vars);
 }
 
 void break_environment() {

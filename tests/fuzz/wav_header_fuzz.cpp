@@ -1,0 +1,19 @@
+// The chunk walk over a prompt file: whatever the sizes say, it ends, and reads only into its
+// records.
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstdlib>
+
+#include "sound/wav_header.h"
+#include "tests/fuzz/fuzz_board.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  static const int fd = memfd_create("prompt", MFD_CLOEXEC);
+  if (fd < 0 || ftruncate(fd, 0) != 0 || pwrite(fd, data, size, 0) != static_cast<ssize_t>(size) ||
+      lseek(fd, 0, SEEK_SET) != 0)
+    std::abort();
+  WavLayout layout;
+  read_wav_header(fd, &layout);
+  return 0;
+}

@@ -24,6 +24,7 @@
 #include "ipc/receive_thread.h"
 #include "platform/board_paths.h"
 #include "platform/board_time.h"
+#include "process/exit_watch.h"
 #include "process/integrity_check.h"
 #include "process/process_management.h"
 #include "timesync/clock_sync_thread.h"
@@ -139,6 +140,7 @@ int main(int argc, char* argv[]) {
 
   create_ipc_thread();
   OS_InitTimer();
+  exit_watch_start(ProcessManagement.processes);
   verify_installed_update(update_flag);
   run_main_loop();
 }

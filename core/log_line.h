@@ -43,14 +43,15 @@ std::enable_if_t<std::is_integral_v<T>> set(Piece* piece, T value) {
     piece->digits[0] = static_cast<char>(value);
     piece->size = 1;
   } else {
-    piece->size = static_cast<size_t>(
-        std::to_chars(piece->digits, piece->digits + sizeof piece->digits, value).ptr - piece->digits);
+    char* end = std::to_chars(piece->digits, piece->digits + sizeof piece->digits, value).ptr;
+    piece->size = static_cast<size_t>(end - piece->digits);
   }
   piece->data = piece->digits;
 }
 // As a stream shows it by default: six significant digits.
 inline void set(Piece* piece, double value) {
-  piece->size = static_cast<size_t>(std::snprintf(piece->digits, sizeof piece->digits, "%g", value));
+  int length = std::snprintf(piece->digits, sizeof piece->digits, "%g", value);
+  piece->size = static_cast<size_t>(length);
   piece->data = piece->digits;
 }
 

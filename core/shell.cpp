@@ -38,7 +38,7 @@ bool background_words(const char* cmdline, std::vector<std::string>* words) {
     if (*c == ' ' || *c == '\t') {
       if (!word.empty()) words->push_back(word);
       word.clear();
-    } else if (std::isalnum(static_cast<unsigned char>(*c)) || std::strchr("_-./,:+@%", *c) != nullptr ||
+    } else if (std::isalnum(static_cast<unsigned char>(*c)) || std::strchr("_-./,:+@%", *c) ||
                (*c == '=' && !words->empty())) {
       word += *c;
     } else {

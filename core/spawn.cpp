@@ -88,7 +88,8 @@ int exec_in_background(void* data) {
 
 int start_in_background(const char* const argv[]) {
   constexpr size_t kStackBytes = 64 * 1024;
-  void* stack = mmap(nullptr, kStackBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_STACK, -1, 0);
+  void* stack = mmap(nullptr, kStackBytes, PROT_READ | PROT_WRITE,
+                     MAP_PRIVATE | MAP_ANONYMOUS | MAP_STACK, -1, 0);
   if (stack == MAP_FAILED) return -1;
   BackgroundStart start{argv, 0};
   // No handler of ours may run in the new process before its exec.

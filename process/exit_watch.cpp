@@ -33,13 +33,15 @@ std::vector<Watched> watched;  // the main thread's
 std::atomic<bool> posting{true};
 pthread_t watcher;
 
-bool listed(const std::deque<ProcessInfo>& processes, int pid) {
-  return std::any_of(processes.begin(), processes.end(), [pid](const ProcessInfo& rec) { return rec.pid == pid; });
+template <typename List>
+bool holds(const List& list, int pid) {
+  return std::any_of(list.begin(), list.end(), [pid](const auto& item) { return item.pid == pid; });
 }
 
 void wait_reaped(int pid) {
   timespec millisecond{0, 1000000};
-  for (int waited = 0; waited < kReapWaitMs && kill(pid, 0) == 0; ++waited) nanosleep(&millisecond, nullptr);
+  for (int waited = 0; waited < kReapWaitMs && kill(pid, 0) == 0; ++waited)
+    nanosleep(&millisecond, nullptr);
 }
 
 void* watch(void*) {
@@ -71,7 +73,7 @@ void exit_watch_follow(const std::deque<ProcessInfo>& processes) {
   if (epoll_fd < 0) return;
   std::vector<Watched> kept;
   for (const Watched& item : watched) {
-    if (listed(processes, item.pid)) {
+    if (holds(processes, item.pid)) {
       kept.push_back(item);
     } else {
       epoll_ctl(epoll_fd, EPOLL_CTL_DEL, item.fd, nullptr);
@@ -80,8 +82,7 @@ void exit_watch_follow(const std::deque<ProcessInfo>& processes) {
   }
   for (const ProcessInfo& rec : processes) {
     int pid = rec.pid;
-    if (pid < 1 || std::any_of(kept.begin(), kept.end(), [pid](const Watched& item) { return item.pid == pid; }))
-      continue;
+    if (pid < 1 || holds(kept, pid)) continue;
     // Gone already: the next tick's check finds it.
     int fd = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
     if (fd < 0) continue;

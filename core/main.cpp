@@ -43,9 +43,10 @@ void lock_memory() {
   // Every thread allocates from the main heap: a thread's own arena would reserve 64 MiB,
   // all of it locked below.
   mallopt(M_ARENA_MAX, 1);
-  // The heap grows by what is asked, not by 128 KiB at a time, all of it locked; what it
-  // grew by before now is given back.
+  // The heap grows by what is asked, not by 128 KiB at a time, all of it locked, and gives
+  // back what it no longer holds; what it grew by before now is given back at once.
   mallopt(M_TOP_PAD, 16 * 1024);
+  mallopt(M_TRIM_THRESHOLD, 32 * 1024);
   malloc_trim(0);
 #ifndef CUSTODO_SANITIZE
   // The sanitizers' shadow memory is far too large to lock.

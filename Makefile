@@ -50,7 +50,7 @@ define install_missing
 endef
 
 .PHONY: all deps build demo test test-sim test-sanitize test-thread test-target fuzz package cross \
-	cross-test cross-package clean
+	cross-test cross-package bench clean
 
 all: build
 
@@ -143,5 +143,16 @@ cross-test: cross
 cross-package: cross
 	$(foreach a,$(CROSS),(cd build-$(a) && cpack) && ) true
 
+# The supervisor's footprint and speed, a Release build on simulated boards, one table beside
+# the aims (bench/README.md); the aarch64 binary's size once `make cross` has configured it.
+# Takes minutes; not part of `make test`.
+bench: deps
+	cmake -S . -B build-bench -DCMAKE_BUILD_TYPE=Release -DCUSTODO_TESTS=OFF $(CMAKE_FLAGS) >/dev/null
+	cmake --build build-bench -j$(JOBS)
+	c++ -O2 -o build-bench/check_floor bench/check_floor.cpp
+	if [ -d build-aarch64 ]; then cmake --build build-aarch64 -j$(JOBS) --target custodo; fi
+	CUSTODO_BUILD=$(abspath build-bench) /usr/bin/python3 bench/bench.py
+
 clean:
-	rm -rf build build-asan build-tsan build-fuzz build-target $(CROSS:%=build-%) build-vendor
+	rm -rf build build-asan build-tsan build-fuzz build-bench build-target $(CROSS:%=build-%) \
+		build-vendor

@@ -32,7 +32,7 @@ int own_queue() {
   int id = queue();
   struct msqid_ds info {};
   if (id < 0 || msgctl(id, IPC_STAT, &info) != 0) return id;
-  uid_t self = geteuid();
+  static const uid_t self = geteuid();
   if (info.msg_perm.cuid != self || info.msg_perm.uid != self) {
     log_line("OS_RecvQueue: event queue of uid ", info.msg_perm.cuid, " removed");
     msgctl(id, IPC_RMID, nullptr);

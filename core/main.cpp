@@ -1,5 +1,6 @@
 // Custodo, the process supervisor of the robot's application board: started once by the init
 // system, it starts the robot's daemons, watches them and restarts them, and stops them in order.
+#include <malloc.h>
 #include <sys/mman.h>
 
 #include <cstdio>
@@ -23,6 +24,7 @@
 #include "ipc/receive_thread.h"
 #include "platform/board_paths.h"
 #include "platform/board_time.h"
+#include "process/exit_watch.h"
 #include "process/integrity_check.h"
 #include "process/process_management.h"
 #include "timesync/clock_sync_thread.h"
@@ -38,6 +40,14 @@ constexpr int kRestorePartitionMaxCrashes = 4;
 constexpr unsigned kSwitchPartitionWaitSeconds = 100;
 
 void lock_memory() {
+  // Every thread allocates from the main heap: a thread's own arena would reserve 64 MiB,
+  // all of it locked below.
+  mallopt(M_ARENA_MAX, 1);
+  // The heap grows by what is asked, not by 128 KiB at a time, all of it locked, and gives
+  // back what it no longer holds; what it grew by before now is given back at once.
+  mallopt(M_TOP_PAD, 16 * 1024);
+  mallopt(M_TRIM_THRESHOLD, 32 * 1024);
+  malloc_trim(0);
 #ifndef CUSTODO_SANITIZE
   // The sanitizers' shadow memory is far too large to lock.
   mlockall(MCL_CURRENT | MCL_FUTURE);
@@ -131,6 +141,7 @@ int main(int argc, char* argv[]) {
 
   create_ipc_thread();
   OS_InitTimer();
+  exit_watch_start(ProcessManagement.processes);
   verify_installed_update(update_flag);
   run_main_loop();
 }

@@ -10,6 +10,7 @@
 
 #include "core/log_line.h"
 #include "platform/board_paths.h"
+#include "platform/board_time.h"
 
 // Set lazily without a lock: threads racing on the first call may map the counter twice,
 // which is harmless.
@@ -43,5 +44,5 @@ uint64_t get_cur_time_ms() {
     counter = jiffies_cur.load(std::memory_order_relaxed);
     if (counter == nullptr) return 0;
   }
-  return __atomic_load_n(counter, __ATOMIC_RELAXED);
+  return board_counter_ms(__atomic_load_n(counter, __ATOMIC_RELAXED));
 }

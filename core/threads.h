@@ -12,9 +12,13 @@ constexpr size_t kSanitizerStackFactor = 4;
 constexpr size_t kSanitizerStackFactor = 1;
 #endif
 
-// Enough for log lines, a shell command or a pipe, and the board libraries' calls.
-constexpr size_t kSmallStackBytes = 128 * 1024 * kSanitizerStackFactor;
+// Sized by measurement (the pages each stack touched, without mlockall): the feeder, the clock
+// sync and the IPC threads peak at 8 to 12 KiB with the thread's own control block, through
+// log lines, children and their pipes, the boot-loader flags and the IPC library's receive.
+// 32 KiB leaves more than twice that for a board library that needs more.
+constexpr size_t kSmallStackBytes = 32 * 1024 * kSanitizerStackFactor;
 
-// Creates a joinable thread running body(nullptr) on a stack of `stack_bytes`, with the
-// signals that only the main thread takes blocked; the pthread_create result.
+// Creates a joinable thread running body(nullptr) on a stack of `stack_bytes` (or the system's
+// least, where that is more: 128 KiB on aarch64), with the signals that only the main thread
+// takes blocked; the pthread_create result.
 int start_thread(pthread_t* thread, void* (*body)(void*), size_t stack_bytes = kSmallStackBytes);

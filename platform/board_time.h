@@ -16,6 +16,10 @@ void board_sleep(unsigned seconds);
 enum BoardSleepEvent { kSleepBegins, kSleepInterrupted, kSleepEnds };
 extern void (*board_sleep_hook)(BoardSleepEvent event);
 
+// The millisecond count held in the counter device's 8 bytes: on the robot the word itself; on
+// the simulated board computed from it (sim/common/sim_files.h).
+uint64_t board_counter_ms(uint64_t word);
+
 // Milliseconds of board time since some fixed moment, never set back.
 int64_t board_monotonic_ms();
 

@@ -25,6 +25,8 @@ int board_interval_timer(unsigned seconds) {
   return setitimer(ITIMER_REAL, &tv, nullptr);
 }
 
+uint64_t board_counter_ms(uint64_t word) { return word; }
+
 int64_t board_monotonic_ms() {
   timespec now{};
   clock_gettime(CLOCK_MONOTONIC, &now);

@@ -29,27 +29,27 @@ int RobotProcessManagement::InitialMonitor() {
 int RobotProcessManagement::Monitor(const int&) {
   int result = 0;
   for (ProcessInfo& entry : processes) {
-    // Restarts go through a copy: the list keeps the old id until InitialMonitor runs.
-    ProcessInfo rec = entry;
-    bool is_upgrader = rec.Name == "Upgrader";
-    bool is_appbridge = rec.Name == "AppBridge";
-    if (alive(rec.pid)) {
+    bool is_appbridge = entry.Name == "AppBridge";
+    if (alive(entry.pid)) {
       if (is_appbridge) appbridge_alive.store(1, std::memory_order_relaxed);
       continue;
     }
-    if (held_back_for_update(rec.Name)) continue;
+    if (held_back_for_update(entry.Name)) continue;
+    bool is_upgrader = entry.Name == "Upgrader";
     // The update process ends by itself once its phase is done: it is looked for quietly.
-    if (!is_upgrader) log_line("Process: ", rec.pid, " ", rec.Name, " disappeared??");
+    if (!is_upgrader) log_line("Process: ", entry.pid, " ", entry.Name, " disappeared??");
     if (is_appbridge) appbridge_alive.store(0, std::memory_order_relaxed);
 
     if (ReCheck(entry)) continue;
-    if (rec.KeyProc == 1) {
+    if (entry.KeyProc == 1) {
       log_line("key process crash, restart all");
-      stat_crash(rec.Name);
+      stat_crash(entry.Name);
       return 2;
     }
     // StartProc reports the update process's relaunches itself.
-    if (!is_upgrader) stat_crash(rec.Name);
+    if (!is_upgrader) stat_crash(entry.Name);
+    // The restart goes through a copy: the list keeps the old id until InitialMonitor runs.
+    ProcessInfo rec = entry;
     if (StartProc(rec) == 1) {
       log_line("StartProc finished");
       result = 3;

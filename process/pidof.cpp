@@ -5,6 +5,7 @@
 #include "core/log_line.h"
 #include "core/shell.h"
 #include "core/spawn.h"
+#include "process/exit_watch.h"
 #include "process/process_management.h"
 
 namespace {
@@ -43,6 +44,7 @@ int RobotProcessManagement::ReCheck(ProcessInfo& rec) {
   }
   if (id >= 1) {
     rec.pid = id;
+    exit_watch_follow(processes);
     log_line("pid of ", rec.Name, " :", id);
     return 1;
   }
@@ -51,4 +53,5 @@ int RobotProcessManagement::ReCheck(ProcessInfo& rec) {
 
 void RobotProcessManagement::CheckAllProcess() {
   for (ProcessInfo& rec : processes) rec.pid = PidOf(rec.Name.c_str());
+  exit_watch_follow(processes);
 }

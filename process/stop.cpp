@@ -7,6 +7,7 @@
 #include "core/liveness.h"
 #include "core/log_line.h"
 #include "platform/board_time.h"
+#include "process/exit_watch.h"
 #include "process/process_management.h"
 
 namespace {
@@ -25,6 +26,7 @@ bool waits_for_end(KILL_ACTION action, const std::string& name) {
 }  // namespace
 
 int RobotProcessManagement::KillAllProcess(KILL_ACTION action) {
+  exit_watch_end();
   // Last started first.
   for (auto it = processes.rbegin(); it != processes.rend(); ++it) {
     ProcessInfo& rec = *it;

@@ -7,6 +7,7 @@
 
 #include "core/log_line.h"
 #include "platform/board_time.h"
+#include "sound/alsa_library.h"
 #include "sound/playback.h"
 
 std::atomic<uint8_t> g_bSoundStop{0};
@@ -16,12 +17,12 @@ namespace {
 uint8_t first_playback_done = 0;  // playbacks run on one thread at a time
 
 void write_block(snd_pcm_t* pcm, const char* buffer, snd_pcm_uframes_t frames) {
-  snd_pcm_sframes_t written = snd_pcm_writei(pcm, buffer, frames);
+  snd_pcm_sframes_t written = alsa().snd_pcm_writei(pcm, buffer, frames);
   if (written == -EPIPE) {
     log_line("playback: underrun occurred");
-    snd_pcm_prepare(pcm);
+    alsa().snd_pcm_prepare(pcm);
   } else if (written < 0) {
-    log_line("playback: error from write: ", snd_strerror(static_cast<int>(written)));
+    log_line("playback: error from write: ", alsa().snd_strerror(static_cast<int>(written)));
   } else if (static_cast<snd_pcm_uframes_t>(written) != frames) {
     log_line("playback: short write, write ", written, " frames");
   }
@@ -37,7 +38,7 @@ void stream_wav(int fd, const WavLayout& layout, const PcmOut& out, int volume) 
   }
   g_bSoundStop.store(0, std::memory_order_relaxed);
   snd_pcm_uframes_t frames = out.size / 2 / layout.format.channels;
-  snd_pcm_pause(out.pcm, 0);
+  alsa().snd_pcm_pause(out.pcm, 0);
   uint32_t remaining = layout.data_size;
   while (g_bSoundStop.load(std::memory_order_relaxed) == 0) {
     size_t want = std::min<size_t>(out.size, remaining);
@@ -50,9 +51,9 @@ void stream_wav(int fd, const WavLayout& layout, const PcmOut& out, int volume) 
     // A file that ends before its data size ends the prompt: nothing else would.
     if (remaining == 0 || at_end) break;
   }
-  snd_pcm_pause(out.pcm, 1);
+  alsa().snd_pcm_pause(out.pcm, 1);
   close(fd);
-  snd_pcm_drain(out.pcm);
-  snd_pcm_close(out.pcm);
+  alsa().snd_pcm_drain(out.pcm);
+  alsa().snd_pcm_close(out.pcm);
   std::free(out.buffer);
 }

@@ -4,52 +4,34 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 #include <cstring>
-#include <ctime>
 #include <mutex>
-#include <thread>
 
-#include "sim/board/board_clock.h"
+#include "sim/common/sim_files.h"
 
 namespace {
 
 std::mutex state_mutex;
 uint64_t base_ms = 0;        // the value at anchor_ms
-uint64_t anchor_ms = 0;      // board_clock_ms() when base_ms was taken
+uint64_t anchor_ms = 0;      // sim::board_clock_ms() when base_ms was taken
 bool frozen = false;
 
 uint64_t* device = nullptr;  // the mapped counter file
-std::atomic<bool> ticking{false};
-std::thread ticker;
 
-uint64_t value_locked() { return frozen ? base_ms : base_ms + (board_clock_ms() - anchor_ms); }
+uint64_t value_locked() { return frozen ? base_ms : base_ms + (sim::board_clock_ms() - anchor_ms); }
 
-void publish_locked() {
-  if (device != nullptr) __atomic_store_n(device, value_locked(), __ATOMIC_RELAXED);
+// Stored only when the counter is frozen, set or started: readers compute the running count.
+void publish_locked(bool running) {
+  if (device == nullptr) return;
+  __atomic_store_n(device, sim::counter_word(value_locked(), running), __ATOMIC_RELAXED);
 }
 
 void restart_locked(uint64_t ms, bool freeze) {
   base_ms = ms;
-  anchor_ms = board_clock_ms();
+  anchor_ms = sim::board_clock_ms();
   frozen = freeze;
-  publish_locked();
-}
-
-void tick() {
-  timespec next{};
-  clock_gettime(CLOCK_MONOTONIC, &next);
-  while (ticking.load(std::memory_order_relaxed)) {
-    next.tv_nsec += 1000000;
-    if (next.tv_nsec >= 1000000000) {
-      next.tv_nsec -= 1000000000;
-      ++next.tv_sec;
-    }
-    clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &next, nullptr);
-    std::lock_guard<std::mutex> lock(state_mutex);
-    publish_locked();
-  }
+  publish_locked(!freeze);
 }
 
 }  // namespace
@@ -71,19 +53,16 @@ bool counter_start(const std::string& path, bool with_device, std::string* error
     device = static_cast<uint64_t*>(map);
   }
   counter_boot();
-  if (device != nullptr) {
-    ticking = true;
-    ticker = std::thread(tick);
-  }
   return true;
 }
 
 void counter_stop() {
-  if (ticking.exchange(false)) ticker.join();
+  std::lock_guard<std::mutex> lock(state_mutex);
+  // Powered off, the counter stands.
+  publish_locked(false);
   if (device != nullptr) munmap(device, sizeof(uint64_t));
   device = nullptr;
 }
-
 void counter_boot() {
   std::lock_guard<std::mutex> lock(state_mutex);
   restart_locked(0, false);

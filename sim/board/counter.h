@@ -1,11 +1,12 @@
-// dev/jiffies: the board's millisecond counter, 8 bytes that a thread of custodo-board stores
-// every millisecond (board time since boot), frozen or set on request.
+// dev/jiffies: the board's millisecond counter (board time since boot), frozen or set on
+// request. Its 8 bytes are stored only then: every reader computes the running count from
+// them (sim/common/sim_files.h), so no thread has to store it every millisecond.
 #pragma once
 #include <cstdint>
 #include <string>
 
-// Maps the counter file and starts the thread; without a device the counter is only kept
-// for the status and the records stay at 0.
+// Maps the counter file and starts the count; without a device the counter is only kept for
+// the status and the records stay at 0.
 bool counter_start(const std::string& path, bool device, std::string* error);
 void counter_stop();
 

@@ -16,13 +16,13 @@
 #include <string>
 #include <vector>
 
-#include "sim/board/board_clock.h"
 #include "sim/board/board_events.h"
 #include "sim/board/boot.h"
 #include "sim/board/capabilities.h"
 #include "sim/board/commands.h"
 #include "sim/board/control.h"
 #include "sim/common/sim_files.h"
+#include "sim/common/wallclock.h"
 
 namespace {
 
@@ -86,7 +86,7 @@ void supervisor_exited(int status) {
                                       : "killed by signal " + std::to_string(WTERMSIG(status));
   board_event("supervisor pid " + std::to_string(supervisor) + " " + how);
   supervisor = -1;
-  uint64_t now = board_clock_ms();
+  uint64_t now = sim::board_clock_ms();
   exit_times.push_back(now);
   while (now - exit_times.front() > kRespawnWindowMs) exit_times.pop_front();
   if (exit_times.size() > kRespawnLimit) {

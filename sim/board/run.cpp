@@ -100,11 +100,19 @@ void stop_board(pid_t relay, pid_t init) {
 
 // Ctrl-C or SIGTERM asks the board's init to stop the supervisor, which stops its daemons;
 // a second one, or SIGQUIT, pulls the plug at once.
+// Sleeps until a signal (the relay's end among them), a change of the watchdog, or the moment
+// its time-out could run out.
 Outcome watch(pid_t relay, pid_t init, int signals, int* detail) {
-  pollfd fd{signals, POLLIN, 0};
+  pollfd fds[2] = {{signals, POLLIN, 0}, {watchdog_changes(), POLLIN, 0}};
   int stopping = 0;
   for (;;) {
-    if (poll(&fd, 1, 10) > 0) {
+    poll(fds, 2, watchdog_wait_ms());
+    if (fds[1].revents & POLLIN) {
+      uint64_t count = 0;
+      ssize_t ignored = read(fds[1].fd, &count, sizeof count);
+      (void)ignored;
+    }
+    if (fds[0].revents & POLLIN) {
       signalfd_siginfo info{};
       int sig = read(signals, &info, sizeof info) == sizeof info ? static_cast<int>(info.ssi_signo) : 0;
       if (sig == SIGQUIT || ((sig == SIGINT || sig == SIGTERM) && stopping != 0)) {

@@ -1,5 +1,9 @@
 #include "sim/board/watchdog_device.h"
 
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -8,7 +12,6 @@
 #include <mutex>
 #include <thread>
 
-#include "sim/board/board_clock.h"
 #include "sim/common/sim_files.h"
 
 namespace {
@@ -26,9 +29,17 @@ uint64_t last_feed_ms = 0;
 uint64_t next_handle = 1;
 std::map<uint64_t, bool> magic_by_handle;  // the open handles of this boot
 
+int changes = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+
 void record(const std::string& line) { sim::record(sim::kWatchdogLog, line); }
 
-void feed_locked() { last_feed_ms = board_clock_ms(); }
+void changed() {
+  uint64_t one = 1;
+  ssize_t ignored = write(changes, &one, sizeof one);
+  (void)ignored;
+}
+
+void feed_locked() { last_feed_ms = sim::board_clock_ms(); }
 
 std::string printable(const char* data, size_t size) {
   std::string text;
@@ -60,6 +71,7 @@ uint64_t watchdog_open() {
   armed = true;
   feed_locked();
   record("open");
+  changed();
   return handle;
 }
 
@@ -82,6 +94,7 @@ int watchdog_ioctl(unsigned request, const void* in, size_t in_size, int* out, b
       if (value < 1) return EINVAL;
       timeout_s = static_cast<unsigned>(value);
       feed_locked();
+      changed();
       *out = value;
       *answered = true;
       return 0;
@@ -95,6 +108,7 @@ int watchdog_ioctl(unsigned request, const void* in, size_t in_size, int* out, b
       // A read request to the kernel, so the options word never reaches the device.
       record("enable");
       armed = true;
+      changed();
       return 0;
     case WDIOC_KEEPALIVE:
       record("keepalive");
@@ -143,17 +157,29 @@ void watchdog_new_boot() {
 
 bool watchdog_expired() {
   std::lock_guard<std::mutex> lock(state_mutex);
-  if (!armed || board_clock_ms() - last_feed_ms < timeout_s * 1000ull) return false;
+  if (!armed || sim::board_clock_ms() - last_feed_ms < timeout_s * 1000ull) return false;
   armed = false;
   record("reset after " + std::to_string(timeout_s) + " s without a feed");
   return true;
 }
 
+int watchdog_wait_ms() {
+  std::lock_guard<std::mutex> lock(state_mutex);
+  if (!armed) return -1;
+  uint64_t deadline = last_feed_ms + timeout_s * 1000ull;
+  uint64_t now = sim::board_clock_ms();
+  uint64_t left = deadline > now ? (deadline - now + sim::timescale() - 1) / sim::timescale() : 0;
+  return static_cast<int>(std::min<uint64_t>(left, 60000));
+}
+
+int watchdog_changes() { return changes; }
+
 std::string watchdog_status() {
   std::lock_guard<std::mutex> lock(state_mutex);
   std::string text = armed ? "armed" : "disarmed";
   text += ", time-out " + std::to_string(timeout_s) + " s";
-  if (armed) text += ", last feed " + std::to_string(board_clock_ms() - last_feed_ms) + " ms ago";
+  uint64_t since_feed = sim::board_clock_ms() - last_feed_ms;
+  if (armed) text += ", last feed " + std::to_string(since_feed) + " ms ago";
   text += ", " + std::to_string(magic_by_handle.size()) + " open";
   return text;
 }

@@ -17,4 +17,9 @@ void watchdog_release(uint64_t handle);
 void watchdog_new_boot();
 // True once when the armed timer has run out; the reset is recorded and the timer disarmed.
 bool watchdog_expired();
+// Host milliseconds until the armed timer could run out; -1 while it is disarmed.
+int watchdog_wait_ms();
+// Readable (an eventfd) whenever the timer is armed or its time-out changes: a wait on
+// watchdog_wait_ms() is to be taken up again.
+int watchdog_changes();
 std::string watchdog_status();

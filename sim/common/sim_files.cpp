@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 
 #include "platform/board_paths.h"
 
@@ -20,6 +21,17 @@ std::string read_file(const std::string& path) {
   std::fclose(in);
   return text;
 }
+
+namespace {
+int64_t clock_us(clockid_t id) {
+  timespec ts{};
+  clock_gettime(id, &ts);
+  return static_cast<int64_t>(ts.tv_sec) * 1000000 + ts.tv_nsec / 1000;
+}
+}  // namespace
+
+int64_t host_monotonic_us() { return clock_us(CLOCK_MONOTONIC); }
+int64_t host_realtime_us() { return clock_us(CLOCK_REALTIME); }
 
 std::string file(const char* relative) { return board_root() + "/" + relative; }
 
@@ -40,13 +52,26 @@ unsigned timescale() {
   return k;
 }
 
+uint64_t board_clock_ms() {
+  return static_cast<uint64_t>(host_monotonic_us()) * timescale() / 1000;
+}
+
+uint64_t counter_from_word(uint64_t word) {
+  if ((word & kCounterRunning) == 0) return word;
+  return board_clock_ms() + kCounterBias - (word & ~kCounterRunning);
+}
+
+uint64_t counter_word(uint64_t count, bool running) {
+  return running ? kCounterRunning | (board_clock_ms() + kCounterBias - count) : count;
+}
+
 uint64_t counter_ms() {
   int fd = open(board_path(BoardPath::Jiffies), O_RDONLY | O_CLOEXEC);
   if (fd < 0) return 0;
   uint64_t value = 0;
   if (pread(fd, &value, sizeof value, 0) != sizeof value) value = 0;
   close(fd);
-  return value;
+  return counter_from_word(value);
 }
 
 void record(const char* relative, const std::string& line) {

@@ -41,6 +41,22 @@ std::string read_file(const std::string& path);
 constexpr unsigned kMaxTimescale = 10000;
 unsigned timescale();
 
+int64_t host_monotonic_us();
+int64_t host_realtime_us();
+
+// Board time as the simulator's timers see it: the host's monotonic clock, running
+// CUSTODO_SIM_TIMESCALE times faster.
+uint64_t board_clock_ms();
+
+// The counter device holds one word from which every reader computes the count, so that no
+// one has to store it every millisecond: a frozen count as it stands, or, with
+// kCounterRunning set, the board-clock moment at which the count was 0 (plus kCounterBias,
+// so that a count set ahead of the clock stays positive). An empty device reads 0.
+constexpr uint64_t kCounterRunning = 1ull << 63;
+constexpr uint64_t kCounterBias = 1ull << 61;
+uint64_t counter_from_word(uint64_t word);
+uint64_t counter_word(uint64_t count, bool running);
+
 // The board's millisecond counter as the supervisor sees it; 0 when it cannot be read.
 uint64_t counter_ms();
 

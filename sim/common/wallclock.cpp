@@ -2,7 +2,6 @@
 
 #include <cstdio>
 #include <ctime>
-#include <sstream>
 #include <string>
 
 #include "core/state_file.h"
@@ -10,21 +9,17 @@
 
 namespace sim {
 
-namespace {
-int64_t clock_us(clockid_t id) {
-  timespec ts{};
-  clock_gettime(id, &ts);
-  return static_cast<int64_t>(ts.tv_sec) * 1000000 + ts.tv_nsec / 1000;
-}
-}  // namespace
-
-int64_t host_monotonic_us() { return clock_us(CLOCK_MONOTONIC); }
-int64_t host_realtime_us() { return clock_us(CLOCK_REALTIME); }
-
 WallClock load_wallclock() {
   WallClock clock;
-  std::istringstream in(read_file(file(kWallClock)));
-  if (!(in >> clock.anchor_wall_us >> clock.anchor_mono_us >> clock.minuteswest)) {
+  FILE* in = std::fopen(file(kWallClock).c_str(), "re");
+  long long wall = 0;
+  long long mono = 0;
+  bool read = in != nullptr &&
+              std::fscanf(in, "%lld %lld %d", &wall, &mono, &clock.minuteswest) == 3;
+  if (in != nullptr) std::fclose(in);
+  clock.anchor_wall_us = wall;
+  clock.anchor_mono_us = mono;
+  if (!read) {
     clock = WallClock{};
     clock.anchor_wall_us = host_realtime_us();
     clock.anchor_mono_us = host_monotonic_us();
@@ -33,9 +28,11 @@ WallClock load_wallclock() {
 }
 
 void save_wallclock(const WallClock& clock) {
-  std::ostringstream text;
-  text << clock.anchor_wall_us << ' ' << clock.anchor_mono_us << ' ' << clock.minuteswest << '\n';
-  write_state_file(file(kWallClock).c_str(), text.str().data(), text.str().size());
+  char text[80];
+  int length = std::snprintf(text, sizeof text, "%lld %lld %d\n",
+                             static_cast<long long>(clock.anchor_wall_us),
+                             static_cast<long long>(clock.anchor_mono_us), clock.minuteswest);
+  write_state_file(file(kWallClock).c_str(), text, static_cast<size_t>(length));
 }
 
 int64_t wallclock_now_us(const WallClock& clock) {

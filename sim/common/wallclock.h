@@ -3,6 +3,8 @@
 #pragma once
 #include <cstdint>
 
+#include "sim/common/sim_files.h"
+
 namespace sim {
 
 struct WallClock {
@@ -10,9 +12,6 @@ struct WallClock {
   int64_t anchor_mono_us = 0;
   int minuteswest = 0;
 };
-
-int64_t host_monotonic_us();
-int64_t host_realtime_us();
 
 // The board's clock; the host's clock when the board has none yet.
 WallClock load_wallclock();

@@ -9,7 +9,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <sstream>
 
 #include "core/state_file.h"
 #include "platform/board_time.h"
@@ -139,14 +138,20 @@ int save(const McuState& state, std::string* error) {
 
 McuState mcu_state_load() {
   McuState state = defaults();
-  std::istringstream in(read_file(file(kMcuState)));
-  std::string line;
-  while (std::getline(in, line)) {
+  FILE* in = std::fopen(file(kMcuState).c_str(), "re");
+  if (in == nullptr) return state;
+  char* text = nullptr;
+  size_t capacity = 0;
+  for (ssize_t length; (length = getline(&text, &capacity, in)) >= 0;) {
+    std::string line(text, static_cast<size_t>(length));
+    if (!line.empty() && line.back() == '\n') line.pop_back();
     size_t eq = line.find('=');
     if (eq == std::string::npos) continue;
     std::string name = line.substr(0, eq);
     if (find_key(name) || name == kAnchor) state[name] = line.substr(eq + 1);
   }
+  std::free(text);
+  std::fclose(in);
   return state;
 }
 

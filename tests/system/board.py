@@ -73,6 +73,7 @@ class Board:
     def __init__(self):
         self.root = tempfile.mkdtemp(prefix="cb", dir="/tmp")
         self.proc = None
+        self.timescale = 1
         self._start = {}  # record name -> byte offset at the start of the current run
         self.sanitizer_reports = []
 
@@ -113,8 +114,13 @@ class Board:
         return [r.text for r in self.records(name)]
 
     def counter(self):
-        """The board's millisecond counter as its programs read it."""
-        return int.from_bytes(self.read("dev/jiffies", "rb")[:8] or b"\0", "little")
+        """The board's millisecond counter as its programs read it: a frozen count, or one
+        computed from the board-clock moment at which it was 0 (sim/common/sim_files.h)."""
+        word = int.from_bytes(self.read("dev/jiffies", "rb")[:8] or b"\0", "little")
+        if not word >> 63:
+            return word
+        clock = time.monotonic_ns() // 1000 * self.timescale // 1000
+        return clock + (1 << 61) - (word & ((1 << 63) - 1))
 
     # --- commands ----------------------------------------------------------------------
     def tool(self, command, *args, check=True):
@@ -143,6 +149,7 @@ class Board:
         command += ["--custodo", custodo] if custodo else []
         command += ["--", *args] if args else []
         environment = dict(os.environ, **(env or {}))
+        self.timescale = int(environment.get("CUSTODO_SIM_TIMESCALE", "1"))
         with open(self.path(RECORDS["run.err"]), "ab") as err:
             self.proc = subprocess.Popen(command, stdout=subprocess.DEVNULL, stderr=err,
                                          env=environment)

@@ -173,3 +173,24 @@ def test_zombie_daemon_counts_as_running_until_its_parent_is_killed(board):
                                "all process exit, custodo exit and wait upstart to restart myself"])
     assert supervisor_exits(board) == [1]
     assert board.exec("pidof", "netmgrd-parent").returncode == 1
+
+
+def test_fast_restart_checks_a_vanished_daemon_at_once(board):
+    board.run(env={"CUSTODO_FAST_RESTART": "1"})
+    board.wait_console(PHASE_6)
+    board.wait_console("fast restart: a daemon that ends is checked at once")
+    # Twice: the second time the watch follows the restarted daemon's new id.
+    for round in (1, 2):
+        pid = started(board, "chimer")[-1]
+        wait_checks(board, 1)
+        tick = [int(line.split()[0]) for line in board.console() if "CHECK_PROCESS" in line][-1]
+        board.kill("chimer", "KILL")
+        board.wait_console("Process: %d chimer disappeared??" % pid)
+        wait_for(lambda: len(started(board, "chimer")) == round + 1, what="chimer started again")
+        lines = board.console()
+        found = next(i for i, line in enumerate(lines) if "%d chimer disappeared??" % pid in line)
+        check = next(line for line in reversed(lines[:found]) if "CHECK_PROCESS" in line)
+        # The timer's next check would come a second after the last one.
+        assert int(check.split()[0]) - tick < 900, lines[found - 3:found + 1]
+    assert board.stop() == 0
+    assert supervisor_exits(board) == [2]

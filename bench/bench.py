@@ -1,0 +1,299 @@
+"""Custodo's footprint and speed on a simulated board, printed as one table beside the aims.
+
+Run through `make bench` (bench/README.md). Every figure is of the supervisor's process alone:
+its threads, and for CPU per restart and start-up the programs it runs and waits for. The
+simulator's own cost is measured apart and printed last, never counted for the supervisor.
+"""
+
+import os
+import random
+import resource
+import signal
+import statistics
+import subprocess
+import sys
+import time
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+sys.path.insert(0, os.path.join(os.path.dirname(HERE), "tests", "system"))
+
+from board import BUILD, Board, program, wait_for  # noqa: E402
+
+TAG = " tqwatchdog "
+PHASE_6 = "##################### 6. Restore partition flag done..."
+REQUIRED_SLEEPS_MS = 2000  # the second after the starts and the post check's second
+DAEMONS = 12
+KILLS = 30
+IDLE_S = int(os.environ.get("BENCH_IDLE_S", "60"))
+BYSTANDERS = 200
+BIG_LIST = 1001
+FLOOR = os.environ.get("BENCH_FLOOR", os.path.join(BUILD, "check_floor"))
+AARCH64 = os.environ.get("BENCH_AARCH64", os.path.join(os.path.dirname(BUILD), "build-aarch64", "custodo"))
+
+
+def log(text):
+    print(text, file=sys.stderr, flush=True)
+
+
+def stub_names(count):
+    return ["benchd%04d" % i for i in range(1, count + 1)]
+
+
+def prepared_board(count):
+    """A board whose list holds the key daemon and `count` stub daemons that only wait."""
+    board = Board()
+    board.init()
+    lines = ["CoreCtl,CoreCtl &,1,5,0"]
+    for name in stub_names(count):
+        os.symlink("stubd", board.path("bin/" + name))
+        lines.append("%s,%s &,0,5,0" % (name, name))
+    with open(board.path("opt/belvane/watchdog/ProcessList.conf"), "w") as f:
+        f.write("\n".join(lines) + "\n")
+    return board
+
+
+def host_pids(board):
+    """name -> host pids of the board's processes."""
+    marker = ("CUSTODO_BOARD_ROOT=%s\0" % board.root).encode()
+    found = {}
+    for pid in filter(str.isdigit, os.listdir("/proc")):
+        try:
+            with open("/proc/%s/environ" % pid, "rb") as f:
+                if marker not in f.read():
+                    continue
+            with open("/proc/%s/comm" % pid) as f:
+                found.setdefault(f.read().strip(), []).append(int(pid))
+        except OSError:
+            continue
+    return found
+
+
+def simulator_pids(board):
+    """custodo-board run, its relay and the board's init."""
+    out = subprocess.run(["pgrep", "-f", "custodo-board (run|__init) %s( |$)" % board.root],
+                         capture_output=True, text=True).stdout
+    return [int(p) for p in out.split()]
+
+
+def cpu_ns(pid, threads=None):
+    """On-CPU time of the process's threads (all, or the given ones), exact to the ns."""
+    total = 0
+    for tid in threads or os.listdir("/proc/%d/task" % pid):
+        try:
+            with open("/proc/%d/task/%s/schedstat" % (pid, tid)) as f:
+                total += int(f.read().split()[0])
+        except OSError:
+            pass
+    return total
+
+
+def children_ns(pid):
+    """CPU of the programs the process ran and waited for (in ticks: good over many)."""
+    with open("/proc/%d/stat" % pid) as f:
+        fields = f.read().rpartition(")")[2].split()
+    return (int(fields[13]) + int(fields[14])) * 1_000_000_000 // os.sysconf("SC_CLK_TCK")
+
+
+def memory_mib(pid):
+    status = dict(line.split(":", 1) for line in open("/proc/%d/status" % pid))
+    pss = next(int(line.split()[1]) for line in open("/proc/%d/smaps_rollup" % pid)
+               if line.startswith("Pss:"))
+    return int(status["VmRSS"].split()[0]) / 1024, pss / 1024, int(status["VmLck"].split()[0]) / 1024
+
+
+def logged(board):
+    """The supervisor's log lines as (stamp, message)."""
+    return [(int(line.split(" ", 1)[0]), line.partition(TAG)[2]) for line in board.console() if TAG in line]
+
+
+def run(board, env=None):
+    board.run(env=env)
+    board.wait_console(PHASE_6, timeout=900)
+    pid = wait_for(lambda: (host_pids(board).get("custodo") or [None])[0], 30, "the supervisor")
+    time.sleep(2)
+    return pid
+
+
+def idle(board, pid, seconds):
+    """CPU-s per hour of the supervisor and of the simulator, and the main thread's CPU per
+    check in µs, over a quiet window."""
+    simulator = simulator_pids(board)
+    begin = board.counter()
+    before = cpu_ns(pid), cpu_ns(pid, [pid]), sum(cpu_ns(p) for p in simulator)
+    time.sleep(seconds)
+    after = cpu_ns(pid), cpu_ns(pid, [pid]), sum(cpu_ns(p) for p in simulator)
+    checks = sum(1 for s, m in logged(board) if s >= begin and m.startswith("CHECK_PROCESS")) or 1
+    per_hour = 3600 / seconds / 1e9
+    return ((after[0] - before[0]) * per_hour, (after[2] - before[2]) * per_hour,
+            (after[1] - before[1]) / checks / 1e3)
+
+
+def wait_phase(board, phase_ms):
+    """Waits until `phase_ms` after a tick of the one-second check."""
+    tick = [s for s, m in logged(board) if m.startswith("CHECK_PROCESS")][-1]
+    target = tick + 1000 + phase_ms
+    while target < board.counter():
+        target += 1000
+    while board.counter() < target:
+        time.sleep(0.001)
+
+
+def restarts(board, pid, count):
+    """Kills stub daemons one at a time, at moments spread evenly over the check's second. The
+    replacement is exec'd when the supervisor logs the start's success (the start returns once
+    the exec is done). Returns the kill-to-exec and detection-to-exec times in ms, and the CPU
+    ns spent beyond idle."""
+    names = stub_names(DAEMONS)
+    phases = random.Random(12).sample(range(count), count)
+    to_exec, detection = [], []
+    cpu0, kids0, t0 = cpu_ns(pid), children_ns(pid), time.monotonic()
+    for i in range(count):
+        time.sleep(0.2)
+        wait_phase(board, phases[i] * 1000 // count)
+        name = names[i % len(names)]
+        seen = len(logged(board))
+        killed_at = board.counter()
+        os.kill(host_pids(board)[name][0], signal.SIGKILL)
+
+        def started():
+            lines = logged(board)[seen:]
+            lost = next((j for j, (_, m) in enumerate(lines) if m.endswith(" %s disappeared??" % name)), None)
+            if lost is None:
+                return None
+            start = next((j for j, (_, m) in enumerate(lines) if j > lost and m == "tq_system: %s &" % name), None)
+            done = next((s for j, (s, m) in enumerate(lines) if start is not None and j > start
+                         and m == "run shell script successfully. "), None)
+            return done and (lines[lost][0], done)
+        lost_at, exec_at = wait_for(started, 10, "%s restarted" % name)
+        to_exec.append(exec_at - killed_at)
+        detection.append(exec_at - lost_at)
+    time.sleep(1.5)
+    spent = cpu_ns(pid) - cpu0 + children_ns(pid) - kids0
+    return to_exec, detection, spent, time.monotonic() - t0
+
+
+def pidof_cpu_ms(board, runs=20):
+    """CPU of one run of the board's pidof, inside the board."""
+    before = resource.getrusage(resource.RUSAGE_CHILDREN)
+    board.exec("sh", "-c", "for i in $(seq %d); do pidof -x benchd0001 >/dev/null; done" % runs, check=True)
+    after = resource.getrusage(resource.RUSAGE_CHILDREN)
+    spent = (after.ru_utime + after.ru_stime) - (before.ru_utime + before.ru_stime)
+    return spent * 1000 / runs
+
+
+def floor_us(entries):
+    if not os.path.exists(FLOOR):
+        return None
+    return float(subprocess.run([FLOOR, str(entries)], capture_output=True, text=True, check=True).stdout)
+
+
+def quantiles(values):
+    values = sorted(values)
+    return (values[0], statistics.median(values), values[min(len(values) - 1, round(0.9 * (len(values) - 1)))],
+            values[-1])
+
+
+def stripped_kib(path, strip):
+    if not os.path.exists(path):
+        return None
+    out = "/tmp/custodo-bench-stripped"
+    subprocess.run([strip, "-o", out, path], check=True)
+    size = os.path.getsize(out) / 1024
+    os.unlink(out)
+    return size
+
+
+class Table:
+    def __init__(self):
+        self.rows = []
+
+    def add(self, what, value, aim, note=""):
+        self.rows.append((what, value, aim, note))
+        log("%s: %s (aim %s) %s" % (what, value, aim, note))
+
+    def print(self):
+        widths = [max(len(r[i]) for r in self.rows + [("Custodo", "measured", "aim", "")]) for i in range(3)]
+        print()
+        for row in [("Custodo", "measured", "aim", "")] + self.rows:
+            print("  ".join(cell.ljust(width) for cell, width in zip(row[:3], widths)) + "  " + row[3])
+
+
+def described_rhythm(table):
+    board = prepared_board(DAEMONS)
+    try:
+        pid = run(board)
+        start = board.wait_record("init", "start supervisor pid").stamp
+        phase6 = next(s for s, m in logged(board) if m == PHASE_6)
+        pidof = pidof_cpu_ms(board)
+        table.add("start-up to phase 6, minus the 2 s of required sleeps (ms)",
+                  "%d" % (phase6 - start - REQUIRED_SLEEPS_MS), "<= 150",
+                  "45 programs run by the described steps (6 kills, 26 pidof, 13 starts); one pidof "
+                  "costs %.1f ms CPU here" % pidof)
+        rss, pss, locked = memory_mib(pid)
+        table.add("RSS / PSS / VmLck (MiB)", "%.2f / %.2f / %.2f" % (rss, pss, locked), "PSS <= 1.8, VmLck <= 8")
+        cpu, simulator, check = idle(board, pid, IDLE_S)
+        floor = floor_us(DAEMONS + 1)
+        table.add("idle CPU-s per hour", "%.3f" % cpu, "<= 0.15",
+                  "3,600 described checks an hour at %.0f us each: %.2f" % (floor, floor * 3600 / 1e6) if floor else "")
+        table.add("one check at %d entries, main thread CPU (us)" % (DAEMONS + 1), "%.0f" % check, "<= 30",
+                  "the described calls alone cost %.0f here (check_floor)" % floor if floor else "")
+        to_exec, detection, spent, span = restarts(board, pid, KILLS)
+        table.add("kill -> replacement exec'd, min / median / p90 / max (ms)", "%d / %d / %d / %d" % quantiles(to_exec),
+                  "median <= 500, p90 <= 900", "the one-second check")
+        table.add("detection line -> exec, median / max (ms)",
+                  "%d / %d" % (statistics.median(detection), max(detection)), "<= 10",
+                  "the described pidof of the vanished daemon comes first")
+        per_restart = (spent - cpu * 1e9 / 3600 * span) / KILLS / 1e6
+        table.add("CPU per restart, with the programs run (ms)", "%.1f" % per_restart, "<= 40",
+                  "14 described pidof runs (the vanished one, then every entry) at %.1f ms each" % pidof)
+        board.exec("sh", "-c", "for i in $(seq %d); do sleep 1000000 >/dev/null 2>&1 & done" % BYSTANDERS,
+                   check=True)
+        cpu_busy, _, _ = idle(board, pid, IDLE_S)
+        table.add("idle CPU-s per hour, %d bystander processes" % BYSTANDERS, "%.3f" % cpu_busy, "<= 0.15")
+        assert board.stop() == 0
+        return simulator
+    finally:
+        board.close()
+
+
+def fast_restart(table):
+    board = prepared_board(DAEMONS)
+    try:
+        pid = run(board, {"CUSTODO_FAST_RESTART": "1"})
+        to_exec, detection, _, _ = restarts(board, pid, KILLS)
+        table.add("CUSTODO_FAST_RESTART=1: kill -> exec'd, min / median / p90 / max (ms)",
+                  "%d / %d / %d / %d" % quantiles(to_exec), "median <= 25",
+                  "of which detection -> exec median %d" % statistics.median(detection))
+        assert board.stop() == 0
+    finally:
+        board.close()
+
+
+def big_list(table):
+    board = prepared_board(BIG_LIST - 1)
+    try:
+        pid = run(board)
+        _, _, check = idle(board, pid, 20)
+        floor = floor_us(BIG_LIST)
+        table.add("one check at %d entries, main thread CPU (us)" % BIG_LIST, "%.0f" % check, "<= 1000",
+                  "the described calls alone cost %.0f here" % floor if floor else "")
+        board.stop(signal.SIGQUIT)
+    finally:
+        board.close()
+
+
+def main():
+    table = Table()
+    simulator = described_rhythm(table)
+    fast_restart(table)
+    big_list(table)
+    x86 = stripped_kib(program("custodo"), "strip")
+    arm = stripped_kib(AARCH64, "aarch64-linux-gnu-strip")
+    table.add("stripped binary, x86-64 / aarch64 (KiB)",
+              "%.0f / %s" % (x86, "%.0f" % arm if arm else "n/a"), "", "" if arm else "aarch64: make cross first")
+    table.add("the simulator (run, relay, init), idle CPU-s per hour", "%.2f" % simulator, "", "not counted above")
+    table.print()
+
+
+if __name__ == "__main__":
+    main()

@@ -40,7 +40,9 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 
 void write_input(const std::string& path, const uint8_t* data, size_t size) {
   FILE* file = std::fopen(path.c_str(), "we");
-  if (file == nullptr || std::fwrite(data, 1, size, file) != size || std::fclose(file) != 0) {
+  // An empty input may come as a null pointer, which fwrite must not be given.
+  if (file == nullptr || (size > 0 && std::fwrite(data, 1, size, file) != size) ||
+      std::fclose(file) != 0) {
     std::perror(path.c_str());
     std::abort();
   }

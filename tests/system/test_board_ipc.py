@@ -7,7 +7,7 @@ import subprocess
 import pytest
 
 from board import parse_packet, program, wait_for
-from supervisor_log import FAST, PHASE_6, messages, started
+from supervisor_log import FAST, PHASE_6, listening, messages, started
 
 IDLE = ["-c", "sleep 3600"]
 ZERO = bytes(32)
@@ -67,6 +67,7 @@ def test_listening_stub_daemon_records_what_the_supervisor_sends_it(board):
     board.run(env=FAST)
     board.wait_console(PHASE_6)
     wait_for(lambda: os.path.exists(board.path("run/nodeipc/1")), what="CoreCtl's socket")
+    listening(board)
     board.tool("poweroff")
     assert board.wait_exit() == 0
     core = started(board, "CoreCtl")[-1]

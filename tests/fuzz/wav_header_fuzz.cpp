@@ -1,5 +1,5 @@
-// The chunk walk over a prompt file: whatever the sizes say, it ends, and reads only into its
-// records.
+// The chunk walk over a prompt file: whatever the sizes say, it ends, reads only into its
+// records, and either refuses the file or gives a playable layout.
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -13,7 +13,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (fd < 0 || ftruncate(fd, 0) != 0 || pwrite(fd, data, size, 0) != static_cast<ssize_t>(size) ||
       lseek(fd, 0, SEEK_SET) != 0)
     std::abort();
+  // A walk that succeeds leaves a layout the player can use.
   WavLayout layout;
-  read_wav_header(fd, &layout);
+  if (read_wav_header(fd, &layout) != -1 &&
+      !(static_cast<int32_t>(layout.data_size) > 0 && layout.format.channels > 0 &&
+        layout.format.bits_per_sample == 16))
+    std::abort();
   return 0;
 }

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <random>
 
 #include "device/region.h"
 #include "device/visual_len.h"
@@ -49,19 +48,6 @@ TEST(Region, FirstLineWhosePatternBeginsWithThePrefixWins) {
 TEST(Region, MissingTableEndsTheSupervisorWithZero) {
   char pn[] = "ABCDE";
   EXPECT_EXIT(RegionConfig("/nonexistent/region.conf", pn), ::testing::ExitedWithCode(0), "");
-}
-
-TEST(Region, SurvivesRandomTables) {
-  std::mt19937 random(11);
-  const std::string alphabet = ",,#\n\nABCDEeu \r\t\x01\xff";
-  for (int i = 0; i < 100; i++) {
-    std::string table(random() % 400, ' ');
-    for (char& c : table) c = alphabet[random() % alphabet.size()];
-    if (i % 10 == 0) table += std::string(300, 'A') + "\n";
-    std::string pn(random() % 8, 'A');
-    look_up(table.c_str(), pn.c_str());
-    EXPECT_LT(std::strlen(g_region), sizeof g_region);
-  }
 }
 
 TEST(VisualLen, CountsTheLeadingPrintableCharacters) {

@@ -3,7 +3,6 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include <random>
 #include <tuple>
 
 #include "sound/wav_header.h"
@@ -96,36 +95,6 @@ TEST(WavHeader, WalksTheChunks) {
     }
     close(fd);
   }
-}
-
-// Crafted files: every walk ends, within the file, with a playable layout or a refusal.
-TEST(WavHeader, SurvivesMutatedFiles) {
-  std::mt19937 random(20240917);
-  const std::string base = riff(chunk("LIST", 6, "abcdef") + format(16, 18) + data(64, 64));
-  const uint32_t sizes[] = {0, 1, 2, 8, 16, 18, 0x7fffffff, 0x80000000u, 0xfffffff8u, 0xffffffffu};
-  // Cut format chunks complain on standard error: silenced meanwhile.
-  int saved_stderr = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0);
-  int null = open("/dev/null", O_WRONLY | O_CLOEXEC);
-  dup2(null, STDERR_FILENO);
-  close(null);
-  for (int i = 0; i < 3000; ++i) {
-    std::string file = base;
-    for (int edits = random() % 4; edits >= 0; --edits) {
-      size_t at = random() % file.size();
-      file.replace(at, std::min<size_t>(4, file.size() - at),
-                   random() % 2 ? le(sizes[random() % 10], 4) : std::string(1, random()));
-    }
-    int fd = memory_file(file.substr(0, random() % (file.size() + 1)));
-    WavLayout layout;
-    int result = 0;
-    captured_log([&] { result = read_wav_header(fd, &layout); });
-    EXPECT_TRUE(result == -1 ||
-                (static_cast<int32_t>(layout.data_size) > 0 && layout.format.channels > 0 &&
-                 layout.format.bits_per_sample == 16));
-    close(fd);
-  }
-  dup2(saved_stderr, STDERR_FILENO);
-  close(saved_stderr);
 }
 
 }  // namespace

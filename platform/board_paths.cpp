@@ -9,38 +9,48 @@
 namespace {
 
 struct Entry {
+  BoardPath which;
   const char* target;
   const char* sim;  // below the board root; nullptr when it is the target path
 };
 
-const std::array<Entry, static_cast<size_t>(BoardPath::Count)> kPaths = {{
-    {"/opt/belvane/watchdog", nullptr},
-    {"/opt/belvane/watchdog/failure_count", nullptr},
-    {"/opt/belvane/watchdog/region.conf", nullptr},
-    {"/opt/belvane/firmware/bin/MCU_FIRMWARE_MATCH", nullptr},
-    {"/opt/belvane/scripts/cpu.sh", nullptr},
-    {"/opt/belvane/resources/sounds/", nullptr},
-    {"/dev/watchdog", nullptr},
-    {"/dev/jiffies", nullptr},
-    {"/dev/uart_mcu", nullptr},
-    {"/dev/shm/custodo.pid", nullptr},
-    {"/dev/shm/timeoffset", nullptr},
-    {"/dev/shm/mcu_version", nullptr},
-    {"/dev/shm/sn", nullptr},
-    {"/dev/shm", nullptr},
-    {"/proc/belvane/boot_reason", nullptr},
-    {"/proc/cmdline", nullptr},
-    {"/mnt/reserve/mcu_ready", nullptr},
-    {"/mnt/reserve/belvane.conf", nullptr},
-    {"/mnt/data/.temp", nullptr},
-    {"/mnt/data/quom/netlink.conf", nullptr},
-    {"/mnt/data/belvane/CleanParams.cfg", nullptr},
-    {"/mnt/data/belvane/schedules.cfg", nullptr},
-    {"/mnt/data/belvane/sounds/", nullptr},
-    {"/etc/fw_env.config", nullptr},
-    {"/run/nodeipc", nullptr},
-    {"/var/log/tqstat.log", "/sim/tqstat.log"},
-}};
+constexpr Entry kPaths[] = {
+    {BoardPath::ConfigDir, "/opt/belvane/watchdog", nullptr},
+    {BoardPath::FailureCount, "/opt/belvane/watchdog/failure_count", nullptr},
+    {BoardPath::RegionTable, "/opt/belvane/watchdog/region.conf", nullptr},
+    {BoardPath::McuFirmwareMatch, "/opt/belvane/firmware/bin/MCU_FIRMWARE_MATCH", nullptr},
+    {BoardPath::CpuScript, "/opt/belvane/scripts/cpu.sh", nullptr},
+    {BoardPath::FactorySounds, "/opt/belvane/resources/sounds/", nullptr},
+    {BoardPath::Watchdog, "/dev/watchdog", nullptr},
+    {BoardPath::Jiffies, "/dev/jiffies", nullptr},
+    {BoardPath::UartMcu, "/dev/uart_mcu", nullptr},
+    {BoardPath::PidFile, "/dev/shm/custodo.pid", nullptr},
+    {BoardPath::TimeOffset, "/dev/shm/timeoffset", nullptr},
+    {BoardPath::McuVersion, "/dev/shm/mcu_version", nullptr},
+    {BoardPath::ProductNumber, "/dev/shm/sn", nullptr},
+    {BoardPath::SharedMemoryDir, "/dev/shm", nullptr},
+    {BoardPath::BootReason, "/proc/belvane/boot_reason", nullptr},
+    {BoardPath::KernelCmdline, "/proc/cmdline", nullptr},
+    {BoardPath::McuReady, "/mnt/reserve/mcu_ready", nullptr},
+    {BoardPath::RegionFile, "/mnt/reserve/belvane.conf", nullptr},
+    {BoardPath::UpdatePackageDir, "/mnt/data/.temp", nullptr},
+    {BoardPath::QuomNetlinkConf, "/mnt/data/quom/netlink.conf", nullptr},
+    {BoardPath::CleanParams, "/mnt/data/belvane/CleanParams.cfg", nullptr},
+    {BoardPath::Schedules, "/mnt/data/belvane/schedules.cfg", nullptr},
+    {BoardPath::UserSounds, "/mnt/data/belvane/sounds/", nullptr},
+    {BoardPath::FwEnvConfig, "/etc/fw_env.config", nullptr},
+    {BoardPath::IpcSocketDir, "/run/nodeipc", nullptr},
+    {BoardPath::StatLog, "/var/log/tqstat.log", "/sim/tqstat.log"},
+};
+
+// Every name has its path, at the place of its value.
+constexpr bool in_enum_order() {
+  size_t i = 0;
+  for (const Entry& entry : kPaths)
+    if (static_cast<size_t>(entry.which) != i++) return false;
+  return i == static_cast<size_t>(BoardPath::Count);
+}
+static_assert(in_enum_order(), "kPaths lists every BoardPath once, in the enum's order");
 
 #ifdef CUSTODO_BOARD_SIM
 constexpr bool kSimulated = true;
@@ -61,14 +71,15 @@ std::string read_root() {
   return dir;
 }
 
+const char* below_root(const Entry& entry) {
+  return kSimulated && entry.sim != nullptr ? entry.sim : entry.target;
+}
+
 struct Table {
   std::string root = read_root();
-  std::array<std::string, kPaths.size()> paths;
+  std::array<std::string, std::size(kPaths)> paths;
   Table() {
-    for (size_t i = 0; i < kPaths.size(); ++i) {
-      const Entry& e = kPaths[i];
-      paths[i] = kSimulated ? root + (e.sim ? e.sim : e.target) : e.target;
-    }
+    for (size_t i = 0; i < paths.size(); ++i) paths[i] = root + below_root(kPaths[i]);
   }
 };
 
@@ -80,6 +91,10 @@ const Table& table() {
 }  // namespace
 
 const char* board_path(BoardPath which) { return table().paths[static_cast<size_t>(which)].c_str(); }
+
+const char* board_relative_path(BoardPath which) {
+  return below_root(kPaths[static_cast<size_t>(which)]) + 1;
+}
 
 const std::string& board_root() { return table().root; }
 

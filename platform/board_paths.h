@@ -36,6 +36,11 @@ enum class BoardPath {
 // The path of a board file, valid for the life of the process.
 const char* board_path(BoardPath which);
 
+// Where the file lies below a board root, without a leading slash ("dev/jiffies"): its path on
+// the robot, or the simulator's place for it. For the simulator's own programs, which are given
+// the root.
+const char* board_relative_path(BoardPath which);
+
 // The board root: "" on the robot, the directory of CUSTODO_BOARD_ROOT on the simulated board.
 const std::string& board_root();
 

@@ -14,7 +14,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "core/state_file.h"
+#include "platform/state_file.h"
 #include "sim/common/sim_files.h"
 
 int fail(const std::string& message) {

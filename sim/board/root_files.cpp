@@ -3,6 +3,8 @@
 #include <cmath>
 #include <cstdint>
 
+#include "platform/board_paths.h"
+
 namespace root_files {
 
 std::string process_list() {
@@ -36,6 +38,10 @@ std::string ntp_servers() {
 }
 
 std::string mcu_firmware_match() { return "MCU_FW_1.0.0\n"; }
+
+std::string factory_prompt_path() {
+  return std::string(board_relative_path(BoardPath::FactorySounds)) + "prc/bye.wav";
+}
 
 std::string factory_prompt() {
   constexpr uint32_t kRate = 16000;

@@ -12,8 +12,9 @@ std::string region_table();
 std::string ntp_servers();
 std::string mcu_firmware_match();
 std::string kernel_cmdline();
-// A factory voice prompt to try a power-off with: half a second of a tone, 16-bit mono WAV.
-constexpr const char* kFactoryPrompt = "opt/belvane/resources/sounds/prc/bye.wav";
+// A factory voice prompt to try a power-off with, "bye.wav" of the default region: half a
+// second of a tone, 16-bit mono WAV.
+std::string factory_prompt_path();
 std::string factory_prompt();
 // The redundant U-Boot environment: two copies below sim/.
 std::string fw_env_config(const std::string& root);

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <utility>
 
+#include "platform/board_paths.h"
 #include "sim/board/commands.h"
 #include "sim/board/command_line.h"
 #include "sim/board/root_files.h"
@@ -85,23 +86,30 @@ bool is_empty_dir(const std::string& path) {
   return entries == 0;
 }
 
+std::string parent_of(const std::string& path) { return path.substr(0, path.rfind('/')); }
+
 void populate(Layout& at, const std::string& root) {
-  for (const char* d : {"opt/belvane/watchdog", "opt/belvane/firmware/bin", "opt/belvane/scripts",
-                        "opt/belvane/resources/sounds/prc", "dev/shm", "proc/belvane",
-                        "mnt/reserve", "mnt/data/.temp", "mnt/data/quom", "mnt/data/belvane/sounds",
-                        "etc", "run/nodeipc", "bin", "lib", "sim/mcu", "sim/sound", "sim/stubs",
-                        "sim/ntpdate/queue", "sim/fuse"})
+  // The directories the board's files lie in, and those a new board holds empty.
+  for (BoardPath file : {BoardPath::FailureCount, BoardPath::McuFirmwareMatch, BoardPath::CpuScript,
+                         BoardPath::BootReason, BoardPath::McuReady, BoardPath::QuomNetlinkConf,
+                         BoardPath::FwEnvConfig})
+    at.dir(parent_of(board_relative_path(file)));
+  for (BoardPath dir : {BoardPath::SharedMemoryDir, BoardPath::UpdatePackageDir,
+                        BoardPath::UserSounds, BoardPath::IpcSocketDir})
+    at.dir(board_relative_path(dir));
+  at.dir(parent_of(root_files::factory_prompt_path()));
+  for (const char* d : {"bin", "lib", "sim/mcu", "sim/sound", "sim/stubs", "sim/ntpdate/queue", "sim/fuse"})
     at.dir(d);
   // First: the lock file marks a board root, so that a failed init can be run again.
   at.file(sim::kLock, "");
   for (const auto& [path, text] : sample_configuration()) at.file(path, text);
-  at.file("dev/jiffies", std::string(8, '\0'));
-  at.link("dev/watchdog", "../sim/fuse/watchdog");
-  at.file("proc/belvane/boot_reason", "0");
-  at.file("proc/cmdline", root_files::kernel_cmdline());
-  at.file("etc/fw_env.config", root_files::fw_env_config(root));
+  at.file(board_relative_path(BoardPath::Jiffies), std::string(8, '\0'));
+  at.link(board_relative_path(BoardPath::Watchdog), "../sim/fuse/watchdog");
+  at.file(board_relative_path(BoardPath::BootReason), "0");
+  at.file(board_relative_path(BoardPath::KernelCmdline), root_files::kernel_cmdline());
+  at.file(board_relative_path(BoardPath::FwEnvConfig), root_files::fw_env_config(root));
   at.file("etc/asound.conf", root_files::asound_conf(root));
-  at.file(root_files::kFactoryPrompt, root_files::factory_prompt());
+  at.file(root_files::factory_prompt_path(), root_files::factory_prompt());
 
   std::string dir = self_dir();
   at.copy(dir + "/custodo-stubd", "bin/stubd");
@@ -110,13 +118,13 @@ void populate(Layout& at, const std::string& root) {
   at.copy(dir + "/custodo-sim-sound.so", root_files::kSoundPlugin);
   for (const char* name : kDaemons) at.link(std::string("bin/") + name, "stubd");
   for (const char* name : kTools) at.link(std::string("bin/") + name, "stubtool");
-  at.link("opt/belvane/scripts/cpu.sh", "../../../bin/stubtool");
+  at.link(board_relative_path(BoardPath::CpuScript), "../../../bin/stubtool");
 
   at.file("sim/uboot-env.1", std::string(kUbootEnvSize, '\0'));
   at.file("sim/uboot-env.2", std::string(kUbootEnvSize, '\0'));
   sim::EnvVars flags = {{"partition_flag_1", "1"}, {"partition_flag_2", "1"},
                         {"update_progress_flag", "0"}};
-  at.check(sim::write_uboot_env(root + "/etc/fw_env.config", flags),
+  at.check(sim::write_uboot_env(root + "/" + board_relative_path(BoardPath::FwEnvConfig), flags),
            "cannot write the U-Boot environment below " + root + "/sim");
   std::string error;
   at.check(sim::mcu_state_reset(&error) == 0, "cannot write the MCU state: " + error);
@@ -125,8 +133,9 @@ void populate(Layout& at, const std::string& root) {
 // Whether the longest socket names below the root (a module number of three digits, a socket
 // being bound in its private directory, the control socket) fit a Unix socket address.
 bool root_fits_sockets(const std::string& root) {
-  size_t longest = root.size() + std::max({std::strlen("/run/nodeipc/255"), std::strlen("/run/nodeipc/.XXXXXX/s"),
-                                           std::strlen("/") + std::strlen(sim::kControlSocket)});
+  size_t ipc = std::strlen(board_relative_path(BoardPath::IpcSocketDir)) + 1;
+  size_t longest = root.size() + 1 + std::max({ipc + std::strlen("/255"), ipc + std::strlen("/.XXXXXX/s"),
+                                               std::strlen(sim::kControlSocket)});
   return longest < sizeof(sockaddr_un::sun_path);
 }
 

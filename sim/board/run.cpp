@@ -17,6 +17,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "platform/board_paths.h"
 #include "sim/board/board_events.h"
 #include "sim/board/board_fs.h"
 #include "sim/board/boot.h"
@@ -62,8 +63,8 @@ bool parse(const Args& args, RunOptions* options) {
 
 // The devices a board is started without are simply not there.
 bool prepare_devices(const RunOptions& options, const std::string& root) {
-  std::string jiffies = root + "/dev/jiffies";
-  std::string watchdog = root + "/dev/watchdog";
+  std::string jiffies = root + "/" + board_relative_path(BoardPath::Jiffies);
+  std::string watchdog = root + "/" + board_relative_path(BoardPath::Watchdog);
   if (!options.counter) unlink(jiffies.c_str());
   unlink(watchdog.c_str());
   if (options.watchdog && symlink("../sim/fuse/watchdog", watchdog.c_str()) != 0) return false;
@@ -76,7 +77,7 @@ void prepare_boot(int number, const std::string& root) {
   counter_boot();
   stuck_new_boot();
   // /dev/shm is memory: empty at every power-on and boot.
-  remove_contents(root + "/dev/shm");
+  remove_contents(root + "/" + board_relative_path(BoardPath::SharedMemoryDir));
   sim::WallClock clock;
   clock.anchor_wall_us = sim::host_realtime_us();
   clock.anchor_mono_us = sim::host_monotonic_us();
@@ -161,7 +162,7 @@ int run_boots(const BootPlan& plan, int signals) {
       case Outcome::Reboot:
         board_event("reboot");
         watchdog_new_boot();
-        write_file(plan.root + "/proc/belvane/boot_reason", "0");
+        write_file(plan.root + "/" + board_relative_path(BoardPath::BootReason), "0");
         continue;
       case Outcome::PowerOff:
         board_event("power-off");
@@ -200,7 +201,7 @@ int power_on(const RunOptions& options, const std::string& root) {
   std::string error;
   BootPlan plan{root, options.supervisor, options.supervisor_args, -1};
   if (!board_fs_mount(sim::file(sim::kFuseDir), &error)) return fail(error);
-  bool ready = counter_start(root + "/dev/jiffies", options.counter, &error) &&
+  bool ready = counter_start(root + "/" + board_relative_path(BoardPath::Jiffies), options.counter, &error) &&
                console_start(sim::file(sim::kConsoleLog), &error) &&
                control_start(sim::file(sim::kControlSocket), &error);
   int status = 1;

@@ -1,4 +1,0 @@
-#pragma once
-
-// Seconds since the board booted.
-int get_uptime();

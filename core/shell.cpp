@@ -57,6 +57,8 @@ int run_logged(const char* cmdline, const char* const argv[], bool shell, bool l
   sigaction(SIGCHLD, &kept, nullptr);
 
   if (status == -1) {
+    // "%s" stands in the line as it is, followed by the command line: the robots' log readers
+    // match the line as it has always been written.
     log_line("tq_system %s error! ", cmdline);
     return 255;
   }

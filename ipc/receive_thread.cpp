@@ -12,11 +12,11 @@
 #include "update/update_stage_handlers.h"
 
 std::atomic<int> ipc_enable{1};
-pthread_t ipc_thread;
 char g_szSoundFile[30];
 
 namespace {
 
+pthread_t ipc_thread;
 std::mutex prompt_mutex;
 
 // The option record is taken whole, whatever the length field says. The prompt name is
@@ -80,6 +80,13 @@ void dispatch_packet(const IpcPacket& packet) {
   }
 }
 
+std::string requested_prompt() {
+  std::lock_guard<std::mutex> lock(prompt_mutex);
+  return std::string(g_szSoundFile, strnlen(g_szSoundFile, sizeof g_szSoundFile));
+}
+
+namespace {
+
 void* ipc_com_rcv_thread(void*) {
   // Zeroed once: a short message leaves the bytes of earlier ones in place.
   IpcPacket packet{};
@@ -97,9 +104,6 @@ void* ipc_com_rcv_thread(void*) {
   return nullptr;
 }
 
-std::string requested_prompt() {
-  std::lock_guard<std::mutex> lock(prompt_mutex);
-  return std::string(g_szSoundFile, strnlen(g_szSoundFile, sizeof g_szSoundFile));
-}
+}  // namespace
 
 int create_ipc_thread() { return start_thread(&ipc_thread, ipc_com_rcv_thread); }

@@ -1,21 +1,17 @@
 // The receive thread: other daemons' requests become events of the main loop or update-stage
 // handling on this thread.
 #pragma once
-#include <pthread.h>
-
 #include <atomic>
 #include <string>
 
 #include "platform/nodeipc.h"
 
 extern std::atomic<int> ipc_enable;
-extern pthread_t ipc_thread;
 // The prompt named by the last shutdown request, NUL-padded; not terminated when all 30 are used.
 // Read through requested_prompt() alone.
 extern char g_szSoundFile[30];
 
 int create_ipc_thread();
-void* ipc_com_rcv_thread(void*);
 // A whole copy of g_szSoundFile: a later request may rewrite it while the stop sequence reads it.
 std::string requested_prompt();
 // Acts on one received packet: an event for the main loop, or an update stage handled here.

@@ -1,4 +1,5 @@
-// The playback device: ALSA's "default" PCM set up for a prompt, and its transfer buffer.
+// The playback device: ALSA's "default" PCM set up for a prompt, its transfer buffer, and the
+// speaker's volume.
 #pragma once
 #include <alsa/asoundlib.h>
 

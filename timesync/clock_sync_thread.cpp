@@ -17,9 +17,10 @@
 #include "timesync/ntp_query.h"
 
 std::atomic<int> ntp_enable{1};
-pthread_t ntp_threads;
 
 namespace {
+
+pthread_t ntp_threads;
 
 constexpr unsigned kRetrySeconds = 60;
 constexpr unsigned kValidClockSeconds = 3600;
@@ -61,8 +62,6 @@ void notify_offset(int32_t network_time, int32_t offset) {
   }
 }
 
-}  // namespace
-
 void* ntp_thread(void*) {
   log_line("ntp_thread start");
   maintain_initial_offset();
@@ -85,6 +84,8 @@ void* ntp_thread(void*) {
   log_line("ntp_thread end");
   return nullptr;
 }
+
+}  // namespace
 
 int create_ntp_thread(const std::string& dir) {
   read_config(dir.c_str());

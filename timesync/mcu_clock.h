@@ -6,6 +6,7 @@
 // result, or -1 when the serial link cannot be opened.
 int sync_ap_with_mcu();
 
-// Sends board time `t` (seconds since the epoch) to the MCU. init_uart's result, or -1 when
-// the serial link cannot be opened.
+// Sends board time `t` (seconds since the epoch) to the MCU: init_uart's result, or -1 when the
+// serial link cannot be opened. Kept and never called: the MCU gets the network time from
+// chimer, which the clock sync thread tells.
 int sync_mcu_with_ap(int t);

@@ -31,6 +31,7 @@ int ntpdate_read(FILE* output, double* seconds) {
   while (std::fgets(line, sizeof line, output) != nullptr) {
     log_line("ntpdate return:", line);
     if (std::strstr(line, "time server") == nullptr) continue;
+    // The summary line is logged twice: log readers on the robots count on the pair.
     log_line("ntpdate return:", line);
     if (ntpdate_offset(line, seconds)) return 1;
   }

@@ -18,12 +18,13 @@
 #include "platform/board_paths.h"
 #include "platform/board_time.h"
 
-pthread_t wdog_thread;
 std::atomic<int> wdogfd{0};
 std::atomic<int> wdogcnt{0};
 std::atomic<int> wdog_enable{1};
 
 namespace {
+
+pthread_t wdog_thread;
 
 constexpr int kTimeoutSeconds = 16;
 constexpr unsigned kFeedPeriodSeconds = kTimeoutSeconds / 2;
@@ -81,6 +82,8 @@ void deactive_wdog() {
   wdogfd = -1;
 }
 
+namespace {
+
 int hw_ign_sig() {
   sigset_t all;
   sigfillset(&all);
@@ -106,6 +109,8 @@ void* hw_wdog_thread(void*) {
   deactive_wdog();
   return nullptr;
 }
+
+}  // namespace
 
 int create_hw_wdog_thread() { return start_thread(&wdog_thread, hw_wdog_thread); }
 

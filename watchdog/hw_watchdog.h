@@ -1,11 +1,8 @@
 // The hardware watchdog: armed at start-up and fed from a thread of its own, closed with the
 // magic character on an orderly stop so that a planned power-off or reboot is not cut short.
 #pragma once
-#include <pthread.h>
-
 #include <atomic>
 
-extern pthread_t wdog_thread;
 // The open device; 0 before the first opening, -1 when closed.
 extern std::atomic<int> wdogfd;
 // Keep-alive requests since start, one per 8 seconds: the loop's coarse uptime.
@@ -17,5 +14,3 @@ void feed_wdog();
 void deactive_wdog();
 int create_hw_wdog_thread();
 void destroy_hw_wdog_thread();
-void* hw_wdog_thread(void*);
-int hw_ign_sig();

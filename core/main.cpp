@@ -10,12 +10,13 @@
 #include "core/liveness.h"
 #include "core/log_line.h"
 #include "core/main_loop.h"
-#include "core/signals.h"
+#include "core/shell.h"
 #include "core/single_instance.h"
+#include "core/stop.h"
 #include "core/system_mode.h"
 #include "core/timer.h"
-#include "core/update_paths.h"
-#include "core/update_verification.h"
+#include "update/update_paths.h"
+#include "update/update_verification.h"
 #include "crash/boot_reason.h"
 #include "crash/crash_counter.h"
 #include "crash/crash_stat.h"
@@ -65,6 +66,25 @@ std::string config_dir(int argc, char* argv[]) {
 void phase_done(const char* line) {
   log_line(line);
   note_progress();
+}
+
+// Kills leftovers of a previous run; the result of the last command.
+int force_killall() {
+  struct Leftover {
+    const char* cmdline;
+    const char* argv[4];
+  };
+  static const Leftover kLeftovers[] = {
+      {"pkill -9 quom", {"pkill", "-9", "quom", nullptr}},
+      {"killall -9 netmgrd", {"killall", "-9", "netmgrd", nullptr}},
+      {"killall -9 AppBridge", {"killall", "-9", "AppBridge", nullptr}},
+      {"killall -9 chimer", {"killall", "-9", "chimer", nullptr}},
+      {"pkill -9 CoreCtl", {"pkill", "-9", "CoreCtl", nullptr}},
+      {"killall -9 tqlogd", {"killall", "-9", "tqlogd", nullptr}},
+  };
+  int result = 0;
+  for (const Leftover& leftover : kLeftovers) result = tq_system_direct(leftover.cmdline, leftover.argv);
+  return result;
 }
 
 void arm_watchdog() {

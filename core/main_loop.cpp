@@ -46,9 +46,8 @@ void clear_crash_time_if_quiet() {
 
 Decision check_processes() {
   log_line("CHECK_PROCESS", " WDOG ", wdogcnt.load(std::memory_order_relaxed));
-  int unused = 0;
-  int result = ProcessManagement.Monitor(unused);
-  if (result == 2) {
+  MonitorResult result = ProcessManagement.Monitor();
+  if (result == MONITOR_KEY_PROCESS_LOST) {
     Decision decision = RESTART_ALL;
     if (get_current_crash() == kCrashesPerGroup - 1) {
       log_line("CHECK_PROCESS found process crash too many times, reboot...");
@@ -58,7 +57,7 @@ Decision check_processes() {
     clear_crash_time_if_quiet();
     return decision;
   }
-  if (result == 3) ProcessManagement.InitialMonitor();
+  if (result == MONITOR_RESTARTED) ProcessManagement.InitialMonitor();
   clear_crash_time_if_quiet();
   return STAY;
 }
@@ -124,24 +123,6 @@ void cpu_performance() {
 }
 
 }  // namespace
-
-int force_killall() {
-  struct Leftover {
-    const char* cmdline;
-    const char* argv[4];
-  };
-  static const Leftover kLeftovers[] = {
-      {"pkill -9 quom", {"pkill", "-9", "quom", nullptr}},
-      {"killall -9 netmgrd", {"killall", "-9", "netmgrd", nullptr}},
-      {"killall -9 AppBridge", {"killall", "-9", "AppBridge", nullptr}},
-      {"killall -9 chimer", {"killall", "-9", "chimer", nullptr}},
-      {"pkill -9 CoreCtl", {"pkill", "-9", "CoreCtl", nullptr}},
-      {"killall -9 tqlogd", {"killall", "-9", "tqlogd", nullptr}},
-  };
-  int result = 0;
-  for (const Leftover& leftover : kLeftovers) result = tq_system_direct(leftover.cmdline, leftover.argv);
-  return result;
-}
 
 void run_main_loop() {
   tq_overwrite_int(kStatGroup, 3, gStatInfo[5].load(std::memory_order_relaxed));

@@ -3,5 +3,3 @@
 #pragma once
 
 [[noreturn]] void run_main_loop();
-// Kills leftovers of a previous run; the result of the last command.
-int force_killall();

@@ -7,15 +7,7 @@
 #include <cerrno>
 
 #include "core/liveness.h"
-#include "core/log_line.h"
-#include "core/process_end.h"
-#include "crash/boot_reason.h"
-#include "crash/crash_counter.h"
 #include "platform/board_time.h"
-#include "platform/mculink.h"
-#include "process/process_management.h"
-#include "update/boot_flags.h"
-#include "watchdog/hw_watchdog.h"
 
 namespace {
 
@@ -25,6 +17,7 @@ constexpr int kHandledSignals[] = {SIGTERM, SIGINT,  SIGQUIT, SIGSEGV, SIGBUS,  
 constexpr int kFaultSignals[] = {SIGSEGV, SIGBUS, SIGILL, SIGTRAP, SIGABRT, SIGFPE};
 
 pthread_t main_thread;
+void (*stop_sequence)(int signal) = nullptr;
 std::atomic<int> requested{0};  // the first stop signal
 std::atomic<bool> forwarded{false};
 std::atomic<bool> stopping{false};
@@ -40,6 +33,12 @@ bool raised_here(int signal, const siginfo_t* info) {
   if (!is_fault(signal)) return false;
   if (info->si_code > 0) return true;
   return info->si_code == SI_TKILL && info->si_pid == getpid() && !forwarded;
+}
+
+// The sequence ends the process.
+void stop(int signal) {
+  stopping = true;
+  stop_sequence(signal);
 }
 
 void on_signal(int signal, siginfo_t* info, void*) {
@@ -60,7 +59,7 @@ void on_signal(int signal, siginfo_t* info, void*) {
       std::signal(signal, SIG_DFL);
       raise(signal);
     }
-    fl_onsignal(signal);
+    stop(signal);
   }
   // Otherwise the interrupted wait of the main thread stops.
   errno = saved;
@@ -82,8 +81,9 @@ void main_thread_signals(sigset_t* set) {
     if (!is_fault(signal)) sigaddset(set, signal);
 }
 
-int fl_signalinit() {
+int install_stop_signals(void (*sequence)(int signal)) {
   main_thread = pthread_self();
+  stop_sequence = sequence;
   board_sleep_hook = main_thread_sleeps;
   struct sigaction action {};
   action.sa_sigaction = on_signal;
@@ -99,36 +99,5 @@ int fl_signalinit() {
 void stop_if_requested() {
   int signal = requested.load();
   if (signal == 0 || stopping || !pthread_equal(pthread_self(), main_thread)) return;
-  fl_onsignal(signal);
-}
-
-void stop_mcu_heartbeat() {
-  int result = disable_mcu_heartbeat();
-  if (result < 0)
-    log_line("disable_mcu_heartbeat() failed err = ", result);
-  else
-    log_line("disable_mcu_heartbeat done...");
-}
-
-void fl_onsignal(int signal) {
-  stopping = true;
-  log_line("catch signal:", signal);
-  ProcessManagement.InitialMonitor();
-  deactive_wdog();
-  clear_crash_time();
-  if (signal == SIGUSR1) {
-    log_line("catch sigusr1 exit immediately");
-    set_crash_flag(0);
-    log_line("set_crash_flag(0)");
-    restore_partition_flag();
-    log_line("restore_partition_flag");
-    ProcessManagement.KillAllProcess(KILL_NOW);
-    stop_mcu_heartbeat();
-    end_process(0);
-  }
-  log_line("stop tqcustodo, killall process then exit");
-  ProcessManagement.KillAllProcess(KILL_WAIT);
-  set_crash_flag(0);
-  if (signal == SIGTERM) stop_mcu_heartbeat();
-  end_process(2);
+  stop(signal);
 }

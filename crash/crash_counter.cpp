@@ -14,7 +14,7 @@
 #include "core/env_number.h"
 #include "core/log_line.h"
 #include "core/shell.h"
-#include "core/state_file.h"
+#include "platform/state_file.h"
 #include "platform/board_paths.h"
 
 namespace {

@@ -2,6 +2,7 @@
 
 #include "core/log_line.h"
 #include "platform/tqlog.h"
+#include "process/daemon_roles.h"
 
 std::array<std::atomic<uint8_t>, 6> gStatInfo{};
 
@@ -16,14 +17,14 @@ struct KnownDaemon {
 
 // Compared in this order, whole names only.
 constexpr KnownDaemon kKnownDaemons[] = {
-    {"tqlogd", 0x01, "tqlogd crashed", 5},
-    {"chimer", 0x02, "chimer crashed", 12},
-    {"CoreCtl", 0x04, "CoreCtl crashed", 6},
-    {"AppBridge", 0x08, "AppBridge crashed", 7},
-    {"netmgrd", 0x10, "netmgrd crashed", 8},
-    {"Upgrader", 0x20, "Upgrader crashed", 9},
-    {"quom_client", 0x40, "quom_client crashed", 10},
-    {"quom_client_helper_nomqtt.sh", 0x80, "quom_client_helper_nomqtt crashed", 11},
+    {daemon_role::kLogDaemon, 0x01, "tqlogd crashed", 5},
+    {daemon_role::kChimer, 0x02, "chimer crashed", 12},
+    {daemon_role::kCoreCtl, 0x04, "CoreCtl crashed", 6},
+    {daemon_role::kAppBridge, 0x08, "AppBridge crashed", 7},
+    {daemon_role::kNetworkManager, 0x10, "netmgrd crashed", 8},
+    {daemon_role::kUpgrader, 0x20, "Upgrader crashed", 9},
+    {daemon_role::kCloudClient, 0x40, "quom_client crashed", 10},
+    {daemon_role::kCloudClientHelper, 0x80, "quom_client_helper_nomqtt crashed", 11},
 };
 
 }  // namespace

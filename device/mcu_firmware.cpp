@@ -5,7 +5,7 @@
 
 #include "core/liveness.h"
 #include "core/log_line.h"
-#include "core/state_file.h"
+#include "platform/state_file.h"
 #include "device/mcu_link.h"
 #include "platform/board_paths.h"
 #include "platform/mculink.h"

@@ -3,10 +3,9 @@
 #include <cstring>
 
 #include "core/log_line.h"
-#include "core/state_file.h"
+#include "platform/state_file.h"
 #include "device/mcu_link.h"
 #include "device/region.h"
-#include "device/visual_len.h"
 #include "platform/board_paths.h"
 #include "platform/mculink.h"
 
@@ -25,6 +24,12 @@ void publish_pn(const char* buffer) {
 }
 
 }  // namespace
+
+int visual_len(const char* s, int n) {
+  int count = 0;
+  while (count < n && s[count] >= ' ' && s[count] <= '~') ++count;
+  return count;
+}
 
 int getrobotpn() {
   if (open_mcu_link("init_uart failed") < 0) return -1;

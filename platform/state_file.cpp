@@ -1,4 +1,4 @@
-#include "core/state_file.h"
+#include "platform/state_file.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

@@ -2,6 +2,7 @@
 
 #include "core/log_line.h"
 #include "crash/crash_stat.h"
+#include "process/daemon_roles.h"
 #include "process/process_management.h"
 #include "process/update_phase.h"
 
@@ -13,7 +14,7 @@ bool alive(int pid) { return pid > 0 && kill(pid, 0) == 0; }
 
 // StartProc did not start these, so their absence is no crash.
 bool held_back_for_update(const std::string& name) {
-  return cloud_client_held_back() && (name == "quom_client" || name == "quom_client_helper_nomqtt.sh");
+  return cloud_client_held_back() && daemon_role::is_cloud_client(name);
 }
 
 }  // namespace
@@ -26,16 +27,16 @@ int RobotProcessManagement::InitialMonitor() {
   return 1;
 }
 
-int RobotProcessManagement::Monitor(const int&) {
-  int result = 0;
+MonitorResult RobotProcessManagement::Monitor() {
+  MonitorResult result = MONITOR_ALL_WELL;
   for (ProcessInfo& entry : processes) {
-    bool is_appbridge = entry.Name == "AppBridge";
+    bool is_appbridge = daemon_role::is_app_bridge(entry.Name);
     if (alive(entry.pid)) {
       if (is_appbridge) appbridge_alive.store(1, std::memory_order_relaxed);
       continue;
     }
     if (held_back_for_update(entry.Name)) continue;
-    bool is_upgrader = entry.Name == "Upgrader";
+    bool is_upgrader = daemon_role::is_upgrader(entry.Name);
     // The update process ends by itself once its phase is done: it is looked for quietly.
     if (!is_upgrader) log_line("Process: ", entry.pid, " ", entry.Name, " disappeared??");
     if (is_appbridge) appbridge_alive.store(0, std::memory_order_relaxed);
@@ -44,7 +45,7 @@ int RobotProcessManagement::Monitor(const int&) {
     if (entry.KeyProc == 1) {
       log_line("key process crash, restart all");
       stat_crash(entry.Name);
-      return 2;
+      return MONITOR_KEY_PROCESS_LOST;
     }
     // StartProc reports the update process's relaunches itself.
     if (!is_upgrader) stat_crash(entry.Name);
@@ -52,7 +53,7 @@ int RobotProcessManagement::Monitor(const int&) {
     ProcessInfo rec = entry;
     if (StartProc(rec) == 1) {
       log_line("StartProc finished");
-      result = 3;
+      result = MONITOR_RESTARTED;
     }
   }
   return result;

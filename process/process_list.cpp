@@ -6,6 +6,7 @@
 
 #include "core/log_line.h"
 #include "core/process_end.h"
+#include "process/daemon_roles.h"
 #include "process/process_management.h"
 
 RobotProcessManagement ProcessManagement;
@@ -70,8 +71,7 @@ void RobotProcessManagement::InitialConfig(const std::string& path) {
     std::string line(text, static_cast<size_t>(length));
     if (!line.empty() && line.back() == '\n') line.pop_back();
     if (!line.empty() && line[0] == '#') continue;
-    if (integrity_failed_ &&
-        (line.find("AppBridge") != std::string::npos || line.find("netmgrd") != std::string::npos)) {
+    if (integrity_failed_ && daemon_role::needs_cloud_integrity(line)) {
       log_line("InitialConfig: integrity check failed, skip ", line);
       continue;
     }

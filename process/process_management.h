@@ -16,6 +16,13 @@ struct ProcessInfo {
 
 enum KILL_ACTION { KILL_NOW = 0, KILL_WAIT = 1, KILL_WAIT_LOGD = 2 };
 
+// What one check of the list found.
+enum MonitorResult {
+  MONITOR_ALL_WELL = 0,          // every daemon runs, was found again, or could not be restarted
+  MONITOR_KEY_PROCESS_LOST = 2,  // the check stopped at a key process that is gone
+  MONITOR_RESTARTED = 3,         // ordinary daemons were restarted: their ids are to be found
+};
+
 class RobotProcessManagement {
  public:
   // process_list.cpp: reads the list file; ends the process with 0 when it cannot be opened.
@@ -32,11 +39,12 @@ class RobotProcessManagement {
 
   // monitor.cpp
   int InitialMonitor();
-  int Monitor(const int& unused);
+  MonitorResult Monitor();
 
   // stop.cpp
   int KillAllProcess(KILL_ACTION action);
-  int SingleProcessHandler(int pid, int mode);
+  // The polite signal, SIGHUP, or SIGKILL to the parent of a zombie.
+  int SingleProcessHandler(int pid);
   int WaitProcessEnd(int pid, int timeout);
 
   // In list order; walked from front to back, and back to front when stopping.
@@ -48,7 +56,5 @@ class RobotProcessManagement {
 
 extern RobotProcessManagement ProcessManagement;
 
-// 1 while StartProc may launch Upgrader.
-extern std::atomic<int> g_upgrader_normal_exit;
 // 1 while AppBridge was last seen running.
 extern std::atomic<int> appbridge_alive;

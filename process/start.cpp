@@ -3,23 +3,16 @@
 #include "core/log_line.h"
 #include "core/shell.h"
 #include "platform/board_time.h"
+#include "process/daemon_roles.h"
 #include "process/process_management.h"
 #include "process/update_phase.h"
 #include "process/upgrader_policy.h"
 #include "update/boot_flags.h"
 
-namespace {
-
-bool contains(const std::string& name, const char* word) {
-  return name.find(word) != std::string::npos;
-}
-
-}  // namespace
-
 int RobotProcessManagement::StartProc(ProcessInfo& rec) {
-  if (contains(rec.Name, "Upgrader")) return start_upgrader(rec.Name);
+  if (daemon_role::starts_as_upgrader(rec.Name)) return start_upgrader(rec.Name);
 
-  if (contains(rec.Name, "CoreCtl")) {
+  if (daemon_role::starts_as_core_controller(rec.Name)) {
     int flag = g_upgrader_flag.load(std::memory_order_relaxed);
     // During an update CoreCtl runs in its updating mode, whatever the list says.
     if (flag == UpdateProgress_Phase_1) {
@@ -33,7 +26,7 @@ int RobotProcessManagement::StartProc(ProcessInfo& rec) {
   }
   // This also decides for the helper script quom_client_helper_nomqtt.sh, whose name
   // contains the client's.
-  if (contains(rec.Name, "quom_client") && cloud_client_held_back()) {
+  if (daemon_role::starts_as_cloud_client(rec.Name) && cloud_client_held_back()) {
     log_line("System is updating, phase-2 not start quom_client");
     return 0;
   }

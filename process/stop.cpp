@@ -8,6 +8,7 @@
 #include "core/log_line.h"
 #include "platform/board_time.h"
 #include "process/exit_watch.h"
+#include "process/daemon_roles.h"
 #include "process/process_management.h"
 
 namespace {
@@ -20,7 +21,7 @@ bool accepts_signals(int pid) { return pid > 0 && kill(pid, 0) == 0; }
 // When the board is about to go down, only the log daemon is given its time, so that it can
 // write out what it holds.
 bool waits_for_end(KILL_ACTION action, const std::string& name) {
-  return action == KILL_WAIT || (action == KILL_WAIT_LOGD && name == "tqlogd");
+  return action == KILL_WAIT || (action == KILL_WAIT_LOGD && daemon_role::is_log_daemon(name));
 }
 
 }  // namespace
@@ -34,7 +35,7 @@ int RobotProcessManagement::KillAllProcess(KILL_ACTION action) {
     if (pid < 1) continue;
     log_line("Kill Process: ", pid, " ", rec.Name);
     note_progress();
-    SingleProcessHandler(pid, 0);
+    SingleProcessHandler(pid);
     if (waits_for_end(action, rec.Name)) {
       if (WaitProcessEnd(pid, rec.KillTimeout) == 1) {
         log_line("Done.");
@@ -62,9 +63,8 @@ int RobotProcessManagement::KillAllProcess(KILL_ACTION action) {
   return 0;
 }
 
-int RobotProcessManagement::SingleProcessHandler(int pid, int mode) {
+int RobotProcessManagement::SingleProcessHandler(int pid) {
   if (pid < 0) return 1;
-  if (mode != 0) return 0;
 
   std::string path = status_path(pid);
   FILE* status = std::fopen(path.c_str(), "re");

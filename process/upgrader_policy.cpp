@@ -1,16 +1,15 @@
 #include "process/upgrader_policy.h"
 
+#include <sys/sysinfo.h>
+
 #include "core/log_line.h"
 #include "core/shell.h"
 #include "crash/crash_stat.h"
-#include "device/uptime.h"
 #include "ipc/messages.h"
 #include "ipc/send.h"
 #include "platform/bootflag.h"
 #include "process/process_management.h"
 #include "update/boot_flags.h"
-
-std::atomic<int> g_upgrader_normal_exit{0};
 
 namespace {
 
@@ -19,6 +18,14 @@ int upgrader_launch_count = 0;
 int upgrader_last_launch = 0;
 
 constexpr int kRelaunchWindowSeconds = 4;
+
+// Seconds since the board booted.
+int get_uptime() {
+  struct sysinfo info {};
+  int result = sysinfo(&info);
+  if (result != 0) print_raw("code error = %d\n", result);
+  return static_cast<int>(info.uptime);
+}
 
 const char* flag_text(int flag) {
   return _UpdateProgress2String(static_cast<_BL_UpdateProgressFlag>(flag));

@@ -6,6 +6,7 @@
 #include "core/process_end.h"
 
 std::atomic<int> g_upgrader_flag{UpdateProgress_Unknown};
+std::atomic<int> g_upgrader_normal_exit{0};
 
 namespace {
 

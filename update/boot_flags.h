@@ -6,6 +6,9 @@
 
 // The update-progress flag as the supervisor last knew it: 0 to 5, or 99 (unknown).
 extern std::atomic<int> g_upgrader_flag;
+// 1 while StartProc may launch Upgrader: set once an update phase may run, cleared when its
+// updater has reported or was given up.
+extern std::atomic<int> g_upgrader_normal_exit;
 
 const char* _UpdateProgress2String(_BL_UpdateProgressFlag flag);
 

@@ -1,4 +1,4 @@
-#include "core/update_paths.h"
+#include "update/update_paths.h"
 
 #include <cstdlib>
 #include <cstring>

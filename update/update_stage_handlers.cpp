@@ -2,7 +2,6 @@
 
 #include "core/log_line.h"
 #include "platform/board_time.h"
-#include "process/process_management.h"
 #include "update/boot_flags.h"
 
 namespace {

@@ -1,14 +1,13 @@
-#include "core/update_verification.h"
+#include "update/update_verification.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "core/log_line.h"
-#include "core/update_paths.h"
 #include "ipc/messages.h"
 #include "ipc/send.h"
-#include "process/process_management.h"
 #include "update/boot_flags.h"
+#include "update/update_paths.h"
 #include "update/update_stage.h"
 
 namespace {

@@ -4,7 +4,7 @@
 #include <ctime>
 #include <string>
 
-#include "core/state_file.h"
+#include "platform/state_file.h"
 #include "sim/common/sim_files.h"
 
 namespace sim {

@@ -10,7 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "core/state_file.h"
+#include "platform/state_file.h"
 #include "platform/board_time.h"
 #include "sim/common/hex_text.h"
 #include "sim/common/sim_files.h"

@@ -17,7 +17,7 @@
 #include <string>
 #include <vector>
 
-#include "core/state_file.h"
+#include "platform/state_file.h"
 #include "platform/board_paths.h"
 #include "sim/common/sim_files.h"
 

@@ -3,7 +3,7 @@
 #include <cstring>
 
 #include "device/region.h"
-#include "device/visual_len.h"
+#include "device/product_number.h"
 #include "platform/board_paths.h"
 #include "tests/unit/captured_log.h"
 #include "tests/unit/text_file.h"

@@ -226,9 +226,9 @@ def described_rhythm(table):
         phase6 = next(s for s, m in logged(board) if m == PHASE_6)
         pidof = pidof_cpu_ms(board)
         table.add("start-up to phase 6, minus the 2 s of required sleeps (ms)",
-                  "%d" % (phase6 - start - REQUIRED_SLEEPS_MS), "<= 150",
-                  "45 programs run by the described steps (6 kills, 26 pidof, 13 starts); one pidof "
-                  "costs %.1f ms CPU here" % pidof)
+                  "%d" % (phase6 - start - REQUIRED_SLEEPS_MS), "<= 250",
+                  "45 programs run by the described steps (6 kills, 26 pidof, 13 shell starts); one "
+                  "pidof costs %.1f ms CPU here" % pidof)
         rss, pss, locked = memory_mib(pid)
         table.add("RSS / PSS / VmLck (MiB)", "%.2f / %.2f / %.2f" % (rss, pss, locked), "PSS <= 1.8, VmLck <= 8")
         cpu, simulator, check = idle(board, pid, IDLE_S)

@@ -2,12 +2,8 @@
 
 #include <sys/wait.h>
 
-#include <cctype>
 #include <cerrno>
 #include <csignal>
-#include <cstring>
-#include <string>
-#include <vector>
 
 #include "core/log_line.h"
 #include "core/spawn.h"
@@ -27,31 +23,9 @@ struct sigaction wait_for_children() {
   return kept;
 }
 
-// The words of a command line that the shell would only split and start in the background,
-// "name word ... &": no quoting, expansion, redirection, assignment or other operator.
-bool background_words(const char* cmdline, std::vector<std::string>* words) {
-  const char* end = cmdline + std::strlen(cmdline);
-  while (end > cmdline && (end[-1] == ' ' || end[-1] == '\t')) --end;
-  if (end == cmdline || end[-1] != '&') return false;
-  std::string word;
-  for (const char* c = cmdline; c < end - 1; ++c) {
-    if (*c == ' ' || *c == '\t') {
-      if (!word.empty()) words->push_back(word);
-      word.clear();
-    } else if (std::isalnum(static_cast<unsigned char>(*c)) || std::strchr("_-./,:+@%", *c) ||
-               (*c == '=' && !words->empty())) {
-      word += *c;
-    } else {
-      return false;
-    }
-  }
-  if (!word.empty()) words->push_back(word);
-  return !words->empty();
-}
-
-int run_logged(const char* cmdline, const char* const argv[], bool shell, bool logged = false) {
+int run_logged(const char* cmdline, const char* const argv[], bool shell) {
   struct sigaction kept = wait_for_children();
-  if (!logged) log_line("tq_system: ", cmdline);
+  log_line("tq_system: ", cmdline);
   int status = run_child(argv);
   if (status == -1 && !shell && errno == ENOENT) status = kNotFound;
   sigaction(SIGCHLD, &kept, nullptr);
@@ -81,19 +55,7 @@ int run_logged(const char* cmdline, const char* const argv[], bool shell, bool l
 
 int tq_system(const char* cmdline) {
   const char* const argv[] = {"/bin/sh", "-c", cmdline, nullptr};
-  std::vector<std::string> words;
-  if (!background_words(cmdline, &words)) return run_logged(cmdline, argv, true);
-  // The shell would exit at once with 0 and leave the job to the init: the same without it.
-  log_line("tq_system: ", cmdline);
-  std::vector<const char*> job;
-  for (const std::string& word : words) job.push_back(word.c_str());
-  job.push_back(nullptr);
-  if (start_in_background(job.data()) == 0) {
-    log_line("run shell script successfully. ");
-    return 0;
-  }
-  // Not found, or not startable: the shell runs it and tells what it tells.
-  return run_logged(cmdline, argv, true, true);
+  return run_logged(cmdline, argv, true);
 }
 
 int tq_system_direct(const char* cmdline, const char* const argv[]) {

@@ -2,9 +2,9 @@
 #pragma once
 
 // Runs the command line through the shell and waits for it. Returns its exit code (0-255);
-// 255 when no shell could be run, and 0 for a shell ended by a signal. A line that only starts
-// one job in the background ("name word ... &") is started without a shell, as the shell
-// would start it, and logged as the shell's success.
+// 255 when no shell could be run, and 0 for a shell ended by a signal. A daemon's command line
+// ends in "&": the shell puts the job in the background and exits, and the job is the init's
+// (or the nearest subreaper's), as on every robot.
 int tq_system(const char* cmdline);
 
 // Runs argv without a shell, for a command line the shell would only split into these words;

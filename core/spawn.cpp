@@ -1,9 +1,7 @@
 #include "core/spawn.h"
 
 #include <fcntl.h>
-#include <sched.h>
 #include <spawn.h>
-#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -53,65 +51,6 @@ pid_t spawn_child(const char* const argv[], int* output, const char* dir) {
     return -1;
   }
   return pid;
-}
-
-namespace {
-
-struct BackgroundStart {
-  const char* const* argv;
-  int error;
-};
-
-// Runs in the new process, on our memory until the exec: system calls only.
-int exec_in_background(void* data) {
-  auto* start = static_cast<BackgroundStart*>(data);
-  struct sigaction action {};
-  for (int signal = 1; signal < NSIG; ++signal) {
-    action.sa_handler = signal == SIGINT || signal == SIGQUIT ? SIG_IGN : SIG_DFL;
-    sigaction(signal, &action, nullptr);
-  }
-  int null = open("/dev/null", O_RDONLY);
-  if (null > 0) {
-    dup2(null, STDIN_FILENO);
-    close(null);
-  }
-  close_range(STDERR_FILENO + 1, ~0u, 0);
-  sigset_t none;
-  sigemptyset(&none);
-  sigprocmask(SIG_SETMASK, &none, nullptr);
-  execvp(start->argv[0], const_cast<char* const*>(start->argv));
-  start->error = errno;
-  _exit(127);
-}
-
-}  // namespace
-
-int start_in_background(const char* const argv[]) {
-#ifdef __SANITIZE_THREAD__
-  // ThreadSanitizer takes a clone that shares our memory for a fork, after which it refuses
-  // every new thread: its build leaves background jobs to the shell.
-  errno = ENOSYS;
-  return -1;
-#endif
-  constexpr size_t kStackBytes = 64 * 1024;
-  void* stack = mmap(nullptr, kStackBytes, PROT_READ | PROT_WRITE,
-                     MAP_PRIVATE | MAP_ANONYMOUS | MAP_STACK, -1, 0);
-  if (stack == MAP_FAILED) return -1;
-  BackgroundStart start{argv, 0};
-  // No handler of ours may run in the new process before its exec.
-  sigset_t all, kept;
-  sigfillset(&all);
-  pthread_sigmask(SIG_SETMASK, &all, &kept);
-  pid_t pid = clone(exec_in_background, static_cast<char*>(stack) + kStackBytes,
-                    CLONE_VM | CLONE_VFORK | CLONE_PARENT | SIGCHLD, &start);
-  int error = pid < 0 ? errno : start.error;
-  pthread_sigmask(SIG_SETMASK, &kept, nullptr);
-  munmap(stack, kStackBytes);
-  if (error != 0) {
-    errno = error;
-    return -1;
-  }
-  return 0;
 }
 
 int wait_child(pid_t pid) {

@@ -10,12 +10,6 @@
 // -1 with errno set.
 pid_t spawn_child(const char* const argv[], int* output = nullptr, const char* dir = nullptr);
 
-// Starts argv[0] (searched in PATH) as a job the shell would put in the background: standard
-// input from /dev/null, SIGINT and SIGQUIT ignored, and, as once the shell has exited, a child
-// of our own parent (the init), which reaps it. 0 once it runs; -1 with errno set when it could
-// not be started or executed (always, in a ThreadSanitizer build).
-int start_in_background(const char* const argv[]);
-
 // Waits for the child to end: its wait status, or -1.
 int wait_child(pid_t pid);
 

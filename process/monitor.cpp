@@ -5,6 +5,7 @@
 #include "process/daemon_roles.h"
 #include "process/process_management.h"
 #include "process/update_phase.h"
+#include "status/snapshot.h"
 
 std::atomic<int> appbridge_alive{1};
 
@@ -35,13 +36,17 @@ MonitorResult RobotProcessManagement::Monitor() {
       if (is_appbridge) appbridge_alive.store(1, std::memory_order_relaxed);
       continue;
     }
-    if (held_back_for_update(entry.Name)) continue;
+    if (held_back_for_update(entry.Name)) {
+      status_daemon(entry.Name, DaemonState::HeldBack);
+      continue;
+    }
     bool is_upgrader = daemon_role::is_upgrader(entry.Name);
     // The update process ends by itself once its phase is done: it is looked for quietly.
     if (!is_upgrader) log_line("Process: ", entry.pid, " ", entry.Name, " disappeared??");
     if (is_appbridge) appbridge_alive.store(0, std::memory_order_relaxed);
 
     if (ReCheck(entry)) continue;
+    status_daemon(entry.Name, DaemonState::Vanished);
     if (entry.KeyProc == 1) {
       log_line("key process crash, restart all");
       stat_crash(entry.Name);
@@ -53,6 +58,7 @@ MonitorResult RobotProcessManagement::Monitor() {
     ProcessInfo rec = entry;
     if (StartProc(rec) == 1) {
       log_line("StartProc finished");
+      status_daemon_started(entry.Name, true);
       result = MONITOR_RESTARTED;
     }
   }

@@ -7,6 +7,7 @@
 #include "core/spawn.h"
 #include "process/exit_watch.h"
 #include "process/process_management.h"
+#include "status/snapshot.h"
 
 namespace {
 constexpr size_t kOutputLimit = 64 * 1024;
@@ -45,6 +46,7 @@ int RobotProcessManagement::ReCheck(ProcessInfo& rec) {
   if (id >= 1) {
     rec.pid = id;
     exit_watch_follow(processes);
+    status_pids(processes);
     log_line("pid of ", rec.Name, " :", id);
     return 1;
   }
@@ -54,4 +56,5 @@ int RobotProcessManagement::ReCheck(ProcessInfo& rec) {
 void RobotProcessManagement::CheckAllProcess() {
   for (ProcessInfo& rec : processes) rec.pid = PidOf(rec.Name.c_str());
   exit_watch_follow(processes);
+  status_pids(processes);
 }

@@ -8,6 +8,7 @@
 #include "core/process_end.h"
 #include "process/daemon_roles.h"
 #include "process/process_management.h"
+#include "status/snapshot.h"
 
 RobotProcessManagement ProcessManagement;
 
@@ -82,4 +83,5 @@ void RobotProcessManagement::InitialConfig(const std::string& path) {
   }
   std::free(text);
   std::fclose(file);
+  status_list(path, processes);
 }

@@ -91,36 +91,58 @@ std::optional<int> known_if(bool known, int value) {
   return known ? std::optional<int>(value) : std::nullopt;
 }
 
-json_t* number(const std::optional<int>& value) { return value ? json_integer(*value) : json_null(); }
+json_t* number(const std::optional<int>& value) {
+  return value ? json_integer(*value) : json_null();
+}
 
+// The keys in the order of the file, a key and its value a line.
 json_t* daemon_json(const Daemon& d) {
-  return json_pack("{s:o, s:b, s:o, s:s, s:i, s:i, s:s, s:o}", "name", text(d.name), "key", d.key,
-                   "pid", number(known_if(d.pid > 0, d.pid)), "state",
-                   state_name(d.state), "starts", d.starts, "restarts", d.restarts, "since",
-                   d.since.c_str(), "last_vanished", text(d.last_vanished));
+  return json_pack("{s:o, s:b, s:o, s:s, s:i, s:i, s:s, s:o}",
+                   "name", text(d.name),
+                   "key", d.key,
+                   "pid", number(known_if(d.pid > 0, d.pid)),
+                   "state", state_name(d.state),
+                   "starts", d.starts,
+                   "restarts", d.restarts,
+                   "since", d.since.c_str(),
+                   "last_vanished", text(d.last_vanished));
+}
+
+json_t* clock_json(const std::optional<Clock>& clock) {
+  if (!clock) return json_null();
+  return json_pack("{s:o, s:s, s:o, s:s}",
+                   "server", text(clock->server),
+                   "result", clock->answered ? "answered" : "failed",
+                   "offset", number(known_if(clock->answered, clock->offset)),
+                   "time", clock->time.c_str());
 }
 
 json_t* snapshot_json(const Snapshot& s) {
   json_t* partition = s.booted ? json_pack("{s:o, s:o}", "booted", number(s.booted), "flag",
                                            number(s.partition_flag))
                                : json_null();
-  json_t* clock = s.clock ? json_pack("{s:o, s:s, s:o, s:s}", "server", text(s.clock->server),
-                                      "result", s.clock->answered ? "answered" : "failed",
-                                      "offset", number(known_if(s.clock->answered, s.clock->offset)),
-                                      "time", s.clock->time.c_str())
-                          : json_null();
-  json_t* progress = s.update_progress
-                         ? json_string(_UpdateProgress2String(static_cast<_BL_UpdateProgressFlag>(*s.update_progress)))
-                         : json_null();
+  std::optional<std::string> progress;
+  if (s.update_progress)
+    progress = _UpdateProgress2String(static_cast<_BL_UpdateProgressFlag>(*s.update_progress));
   json_t* daemons = json_array();
   for (const Daemon& d : s.daemons) json_array_append_new(daemons, daemon_json(d));
-  return json_pack("{s:i, s:s, s:s, s:o, s:o, s:{s:o, s:o}, s:o, s:o, s:o, s:o, s:o, s:o, s:o, s:s, s:o}",
-                   "pid", s.pid, "version", s.version.c_str(), "phase", s.phase.c_str(), "mode",
-                   number(s.mode), "list", text(s.list), "crashes", "current",
-                   number(s.current_crashes), "total", number(s.total_crashes), "boot_reason",
-                   number(s.boot_reason), "partition", partition, "update_progress", progress,
-                   "clock", clock, "mcu_version", text(s.mcu_version), "product_number",
-                   text(s.product_number), "region", text(s.region), "updated", now_text().c_str(),
+  return json_pack("{s:i, s:s, s:s, s:o, s:o, s:{s:o, s:o}, s:o, s:o,"
+                   " s:o, s:o, s:o, s:o, s:o, s:s, s:o}",
+                   "pid", s.pid,
+                   "version", s.version.c_str(),
+                   "phase", s.phase.c_str(),
+                   "mode", number(s.mode),
+                   "list", text(s.list),
+                   "crashes", "current", number(s.current_crashes),
+                              "total", number(s.total_crashes),
+                   "boot_reason", number(s.boot_reason),
+                   "partition", partition,
+                   "update_progress", text(progress),
+                   "clock", clock_json(s.clock),
+                   "mcu_version", text(s.mcu_version),
+                   "product_number", text(s.product_number),
+                   "region", text(s.region),
+                   "updated", now_text().c_str(),
                    "daemons", daemons);
 }
 
@@ -279,7 +301,9 @@ void status_daemon_started(const std::string& name, bool by_check) {
 }
 
 void status_daemon(const std::string& name, DaemonState state) {
-  apply([&](Snapshot& s) { return each_named(s, name, [&](Daemon& d) { return change_state(d, state); }); });
+  apply([&](Snapshot& s) {
+    return each_named(s, name, [&](Daemon& d) { return change_state(d, state); });
+  });
 }
 
 void status_all_stopped() {

@@ -27,7 +27,8 @@ bool is_custodo(json_int_t pid) {
   FILE* file = std::fopen(path.c_str(), "re");
   if (file == nullptr) return false;
   char name[32] = {};
-  bool found = std::fgets(name, sizeof name, file) != nullptr && std::strcmp(name, "custodo\n") == 0;
+  bool found =
+      std::fgets(name, sizeof name, file) != nullptr && std::strcmp(name, "custodo\n") == 0;
   std::fclose(file);
   return found;
 }
@@ -47,8 +48,10 @@ void print_table(json_t* snapshot) {
               field(snapshot, "phase").c_str(), field(snapshot, "list").c_str(),
               field(crashes, "current").c_str(), field(crashes, "total").c_str(),
               field(snapshot, "updated").c_str());
-  constexpr std::array<const char*, 6> kColumns = {"name", "key", "state", "pid", "restarts", "since"};
-  std::vector<std::array<std::string, 6>> rows = {{"NAME", "KEY", "STATE", "PID", "RESTARTS", "SINCE"}};
+  constexpr std::array<const char*, 6> kColumns = {"name", "key",      "state",
+                                                   "pid",  "restarts", "since"};
+  std::vector<std::array<std::string, 6>> rows = {
+      {"NAME", "KEY", "STATE", "PID", "RESTARTS", "SINCE"}};
   size_t index;
   json_t* daemon;
   json_array_foreach(json_object_get(snapshot, "daemons"), index, daemon) {

@@ -16,7 +16,8 @@ LISTS = ["opt/belvane/watchdog/ProcessList.conf", "opt/belvane/watchdog/ProcessL
 CONFIGURATION = LISTS + ["opt/belvane/watchdog/region.conf", "opt/belvane/watchdog/ntpserver.conf",
                          "opt/belvane/firmware/bin/MCU_FIRMWARE_MATCH"]
 JOBS = ["lib/systemd/system/custodo.service", "etc/init/custodo.conf", "usr/share/custodo/inittab"]
-PROGRAMS = ["sbin/" + p for p in ("custodo", "custodo-memlog") if os.path.exists(program(p))]
+PROGRAMS = ["sbin/" + p for p in ("custodo", "custodo-memlog", "custodo-status")
+            if os.path.exists(program(p))]
 
 
 def files_below(root):

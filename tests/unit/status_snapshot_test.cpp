@@ -30,16 +30,15 @@ std::string daemons() {
 }  // namespace
 
 TEST(StatusSnapshot, DaemonStatesFollowStartsLookUpsAndStops) {
-  std::deque<ProcessInfo> list(3);
-  list[0].Name = "CoreCtl";
-  list[1].Name = "chimer\xff";  // not UTF-8: still a snapshot
-  list[2].Name = "quom_client";
+  // The second name is no UTF-8: still a snapshot.
+  std::deque<ProcessInfo> list = {
+      {40, "CoreCtl", "", 1, 0, 0}, {-1, "chimer\xff", "", 0, 0, 0}, {-1, "quom_client", "", 0, 0, 0}};
   status_start("v0.00.00");
   status_list("ProcessList.conf", list);
   const std::pair<std::function<void()>, const char*> steps[] = {
       {[] { status_daemon_started("CoreCtl", false); status_daemon_started("chimer\xff", false); },
        "0 1 0 running; 0 1 0 running; 0 0 0 stopped; "},
-      {[&] { list[0].pid = 40; status_daemon("quom_client", DaemonState::HeldBack); status_pids(list); },
+      {[&] { status_daemon("quom_client", DaemonState::HeldBack); status_pids(list); },
        "40 1 0 running; 0 1 0 vanished vanished; 0 0 0 held back; "},
       {[&] { status_daemon_started("chimer\xff", true); list[1].pid = 41; status_pids(list); },
        "40 1 0 running; 41 2 1 running vanished; 0 0 0 held back; "},

@@ -8,11 +8,12 @@ ifeq ($(WERROR),1)
 CMAKE_FLAGS += -DCUSTODO_WERROR=ON
 endif
 
-# Debian packages for building, the simulated board, the tests and the Debian package, and the
-# run-time tools the supervisor calls.
+# Debian packages for building, the simulated board, the tests, the manual pages and the Debian
+# packages (and their check), and the run-time tools the supervisor calls.
 PACKAGES := cmake g++ make pkg-config libasound2-dev alsa-utils libfuse3-dev fuse3 \
 	libubootenv-dev libubootenv-tool u-boot-tools libcap-dev libgtest-dev \
-	python3-pytest python3-pytest-xdist dpkg-dev systemd strace procps psmisc sysvinit-utils
+	python3-pytest python3-pytest-xdist dpkg-dev systemd strace procps psmisc sysvinit-utils \
+	scdoc lintian
 
 # Fuzzing: clang's libFuzzer with ASan and UBSan, each target of tests/fuzz for FUZZ_SECONDS,
 # two at a time on two cores.

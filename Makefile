@@ -116,6 +116,7 @@ fuzz-%:
 	else tail -n 40 build-fuzz/fuzz_$*.log; echo "fuzz_$*: failed, see build-fuzz/fuzz_$*.log"; \
 		exit 1; fi
 
+# The development package, custodo-board, from the sim build (the robot's: cross-package).
 package: build
 	cd $(BUILD) && cpack
 

@@ -65,8 +65,8 @@ void RegionConfig(const std::string& table_path, char* pn) {
 int SaveRegion(const std::string& region) {
   std::snprintf(g_region, sizeof g_region, "%s", region.c_str());
   status_region(g_region);
-  // Not cut to a buffer: a cut command would write to another file.
-  std::string command = std::string("echo \"location=") + g_region + "\" > " +
-                        board_path(BoardPath::RegionFile);
-  return tq_system(command.c_str());
+  // Logged as the shell command it stands for, whole; the line is written as it stands.
+  const char* path = board_path(BoardPath::RegionFile);
+  std::string command = std::string("echo \"location=") + g_region + "\" > " + path;
+  return tq_system_publish(command.c_str(), path, std::string("location=") + g_region + "\n");
 }

@@ -239,3 +239,33 @@ def test_a_storm_of_stop_signals_always_ends_in_the_stop_sequence(board):
     for begin in [i for i, m in enumerate(found) if m == "catch signal:15"]:
         in_order(found[begin:], ["stop tqcustodo, killall process then exit", "Post check",
                                  "done.", "disable_mcu_heartbeat done..."])
+
+
+@pytest.mark.parametrize("obstacle", ["link", "directory"])
+def test_published_files_replace_whatever_stands_under_their_names(board, obstacle):
+    published = {"dev/shm/timeoffset": b"5\n", "mnt/reserve/belvane.conf": b"location=eu\n",
+                 "dev/shm/sn": b"ABCDE".ljust(32, b"\0"), "dev/shm/mcu_version": b"FW 2.3"}
+    with open(board.path("opt/belvane/watchdog/region.conf"), "w") as f:
+        f.write("eu,ABCDE\n")
+    board.tool("ntpdate", "push", "1 Jan 10:00:00 ntpdate[7]: adjust time server A offset 5 sec")
+    # Clocks before 2016: the clock sync thread finds the offset file's name as it was left.
+    board.mcu(utc=1420000000, pn="ABCDE", version="FW 2.3", version_result=-20, upgrade_delay=4)
+    board.run()
+    board.wait_console("start to update mcu firmware")
+    board.tool("wallclock", 1430000000)
+    with open(board.path("victim"), "w") as f:
+        f.write("keep")
+    for name in published:
+        if obstacle == "link":
+            os.symlink(board.path("victim"), board.path(name))
+        else:
+            os.makedirs(board.path(name + "/inside"))
+    board.wait_console("ntp time: ")
+    assert board.read("victim") == "keep"
+    assert {name: board.read(name, "rb") for name in published} == published
+    assert {stat.S_IMODE(os.lstat(board.path(name)).st_mode) for name in published} == {0o644}
+    in_order(messages(board), ["tq_system: echo 5 > " + board.path("dev/shm/timeoffset"),
+                               "run shell script successfully. "])
+
+
+

@@ -12,7 +12,7 @@ endif
 # packages (and their check), and the run-time tools the supervisor calls.
 PACKAGES := cmake g++ make pkg-config libasound2-dev alsa-utils libfuse3-dev fuse3 \
 	libubootenv-dev libubootenv-tool u-boot-tools libcap-dev libgtest-dev libjansson-dev \
-	python3-pytest python3-pytest-xdist dpkg-dev systemd strace procps psmisc sysvinit-utils \
+	python3-pytest python3-pytest-xdist dpkg-dev systemd strace procps sysvinit-utils \
 	scdoc lintian
 
 # Fuzzing: clang's libFuzzer with ASan and UBSan, each target of tests/fuzz for FUZZ_SECONDS,

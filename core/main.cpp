@@ -10,7 +10,6 @@
 #include "core/liveness.h"
 #include "core/log_line.h"
 #include "core/main_loop.h"
-#include "core/shell.h"
 #include "core/single_instance.h"
 #include "core/stop.h"
 #include "core/system_mode.h"
@@ -27,6 +26,7 @@
 #include "platform/board_time.h"
 #include "process/exit_watch.h"
 #include "process/integrity_check.h"
+#include "process/own_processes.h"
 #include "process/process_management.h"
 #include "status/snapshot.h"
 #include "timesync/clock_sync_thread.h"
@@ -72,22 +72,24 @@ void phase_done(int phase, const char* line) {
   if (phase < kLastStartupPhase) status_phase("start-up phase " + std::to_string(phase + 1));
 }
 
-// Kills leftovers of a previous run; the result of the last command.
+// Kills leftovers of a previous run, ours alone, found as pkill and the daemons' search find
+// them; the result of the last command.
 int force_killall() {
   struct Leftover {
     const char* cmdline;
-    const char* argv[4];
+    const char* search[4];
   };
   static const Leftover kLeftovers[] = {
-      {"pkill -9 quom", {"pkill", "-9", "quom", nullptr}},
-      {"killall -9 netmgrd", {"killall", "-9", "netmgrd", nullptr}},
-      {"killall -9 AppBridge", {"killall", "-9", "AppBridge", nullptr}},
-      {"killall -9 chimer", {"killall", "-9", "chimer", nullptr}},
-      {"pkill -9 CoreCtl", {"pkill", "-9", "CoreCtl", nullptr}},
-      {"killall -9 tqlogd", {"killall", "-9", "tqlogd", nullptr}},
+      {"pkill -9 quom", {"pgrep", "quom", nullptr}},
+      {"killall -9 netmgrd", {"pidof", "-x", "netmgrd", nullptr}},
+      {"killall -9 AppBridge", {"pidof", "-x", "AppBridge", nullptr}},
+      {"killall -9 chimer", {"pidof", "-x", "chimer", nullptr}},
+      {"pkill -9 CoreCtl", {"pgrep", "CoreCtl", nullptr}},
+      {"killall -9 tqlogd", {"pidof", "-x", "tqlogd", nullptr}},
   };
   int result = 0;
-  for (const Leftover& leftover : kLeftovers) result = tq_system_direct(leftover.cmdline, leftover.argv);
+  for (const Leftover& leftover : kLeftovers)
+    result = kill_own_processes(leftover.cmdline, leftover.search);
   return result;
 }
 

@@ -2,7 +2,6 @@
 
 #include <sys/wait.h>
 
-#include <cerrno>
 #include <csignal>
 
 #include "core/log_line.h"
@@ -11,7 +10,6 @@
 
 namespace {
 
-constexpr int kNotFound = 127 << 8;
 // What the shell's redirection creates under the usual umask (022).
 constexpr mode_t kRedirectionMode = 0644;
 
@@ -36,11 +34,10 @@ int log_exit_code(const char* cmdline, int code) {
   return code;
 }
 
-int run_logged(const char* cmdline, const char* const argv[], bool shell) {
+int run_logged(const char* cmdline, const char* const argv[]) {
   struct sigaction kept = wait_for_children();
   log_line("tq_system: ", cmdline);
   int status = run_child(argv);
-  if (status == -1 && !shell && errno == ENOENT) status = kNotFound;
   sigaction(SIGCHLD, &kept, nullptr);
 
   if (status == -1) {
@@ -62,11 +59,7 @@ int run_logged(const char* cmdline, const char* const argv[], bool shell) {
 
 int tq_system(const char* cmdline) {
   const char* const argv[] = {"/bin/sh", "-c", cmdline, nullptr};
-  return run_logged(cmdline, argv, true);
-}
-
-int tq_system_direct(const char* cmdline, const char* const argv[]) {
-  return run_logged(cmdline, argv, false);
+  return run_logged(cmdline, argv);
 }
 
 int tq_system_in_process(const char* cmdline, const std::function<int()>& work) {

@@ -10,11 +10,6 @@
 // (or the nearest subreaper's), as on every robot.
 int tq_system(const char* cmdline);
 
-// Runs argv without a shell, for a command line the shell would only split into these words;
-// logged and decoded as tq_system does the command line, so that both tell the same. A
-// program that is not found exits 127, as the shell reports it.
-int tq_system_direct(const char* cmdline, const char* const argv[]);
-
 // For a command line whose work the supervisor does itself: `work` runs between the lines
 // tq_system logs for the command line and returns the exit code that the command would have.
 int tq_system_in_process(const char* cmdline, const std::function<int()>& work);

@@ -6,6 +6,7 @@ import contextlib
 import os
 import random
 import re
+import shutil
 import signal
 import stat
 import tempfile
@@ -14,7 +15,7 @@ import time
 import pytest
 
 from board import program, sanitized_build, wait_for
-from supervisor_log import FAST, PHASE_6, in_order, messages, run, supervisor_exits
+from supervisor_log import FAST, PHASE_6, after, in_order, messages, pids, run, supervisor_exits
 
 NOBODY = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"]
 # Posts an event to the supervisor's queue as any program of the board could, making the queue
@@ -267,5 +268,27 @@ def test_published_files_replace_whatever_stands_under_their_names(board, obstac
     in_order(messages(board), ["tq_system: echo 5 > " + board.path("dev/shm/timeoffset"),
                                "run shell script successfully. "])
 
+
+def test_another_users_process_named_like_a_daemon_is_none_of_ours(board):
+    run(board)
+    with tempfile.TemporaryDirectory() as scratch:
+        os.chmod(scratch, 0o755)
+        shutil.copy("/bin/sleep", scratch + "/CoreCtl")
+        board.exec("sh", "-c", " ".join(NOBODY) + " %s/CoreCtl 3600 >/dev/null 2>&1 &" % scratch)
+        theirs = lambda: board.exec("pgrep", "-u", "65534", "CoreCtl").stdout.split()
+        before = wait_for(theirs, what="another user's CoreCtl")
+        # A restart looks for every daemon again; a lost key daemon starts everything afresh.
+        board.kill("chimer", "KILL")
+        board.wait_console("StartProc finished")
+        wait_for(lambda: any(m.startswith("CHECK_PROCESS") for m in
+                             after(messages(board), "StartProc finished")), what="the next check")
+        core = pids(board)["CoreCtl"]
+        board.exec("kill", "-KILL", str(core))
+        wait_for(lambda: messages(board).count(PHASE_6) == 2, what="the start after the crash")
+        assert theirs() == before
+    found = messages(board)
+    assert "Process: %d CoreCtl disappeared??" % core in found
+    assert found.count("key process crash, restart all") == 1
+    assert "more than one process exist! kill them all" not in found
 
 

@@ -9,13 +9,15 @@ import re
 import shutil
 import signal
 import stat
+import struct
 import tempfile
 import time
 
 import pytest
 
 from board import program, sanitized_build, wait_for
-from supervisor_log import FAST, PHASE_6, after, in_order, messages, pids, run, supervisor_exits
+from supervisor_log import (FAST, PHASE_6, after, in_order, listening, messages, pids, run,
+                            supervisor_exits)
 
 NOBODY = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"]
 # Posts an event to the supervisor's queue as any program of the board could, making the queue
@@ -291,4 +293,26 @@ def test_another_users_process_named_like_a_daemon_is_none_of_ours(board):
     assert found.count("key process crash, restart all") == 1
     assert "more than one process exist! kill them all" not in found
 
+
+def test_prompts_are_plain_names_and_cut_after_a_minute(board):
+    # Headers announcing 2 GiB of samples (18 hours at 16 kHz), the files sparse.
+    for name in ["mnt/data/belvane/sounds/long.wav", "mnt/data/tmp/x.wav"]:
+        os.makedirs(os.path.dirname(board.path(name)), exist_ok=True)
+        with open(board.path(name), "wb") as f:
+            f.write(struct.pack("<4sI4s4sIHHIIHH4sI", b"RIFF", 0x80000014, b"WAVE", b"fmt ", 16, 1,
+                                1, 16000, 32000, 2, 16, b"data", 0x7FFFFFF0))
+        os.truncate(board.path(name), 44 + 0x7FFFFFF0)
+    old = run(board, {"CUSTODO_SIM_TIMESCALE": "100"})
+    board.tool("reboot", "../../tmp/x.wav")
+    listening(board, old)
+    assert after(messages(board), "Speaker ../../tmp/x.wav")[0] == \
+        "Speaker: not a plain file name, nothing played"
+    board.tool("poweroff", "long.wav")
+    assert board.wait_exit() == 0 and board.texts("init")[-1] == "end of run: power-off"
+    assert [m for m in messages(board) if m.startswith("playback: try open")] == [
+        "playback: try open " + board.path("mnt/data/belvane/sounds/long.wav")]
+    played = stamp_of(board, "playback: try open")
+    assert stamp_of(board, "playback: prompt cut after 60 s") - played >= 60000
+    frames = [int(t.split()[2]) for t in board.texts("sound") if t.startswith("pcm close")]
+    assert len(frames) == 1 and 0 < frames[0] <= 61 * 16000
 

@@ -16,8 +16,8 @@ import time
 import pytest
 
 from board import program, sanitized_build, wait_for
-from supervisor_log import (FAST, PHASE_6, after, in_order, listening, messages, pids, run,
-                            supervisor_exits)
+from supervisor_log import (FAST, PHASE_6, RECEIVED, after, in_order, listening, messages, packet,
+                            pids, run, supervisor_exits, to_supervisor)
 
 NOBODY = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"]
 # Posts an event to the supervisor's queue as any program of the board could, making the queue
@@ -316,3 +316,19 @@ def test_prompts_are_plain_names_and_cut_after_a_minute(board):
     frames = [int(t.split()[2]) for t in board.texts("sound") if t.startswith("pcm close")]
     assert len(frames) == 1 and 0 < frames[0] <= 61 * 16000
 
+
+def test_a_socket_that_cannot_be_bound_is_tried_once_a_second(board):
+    os.makedirs(board.path("run/nodeipc/7/in-the-way"))
+    board.tool("ntpdate", "hold")
+    board.run(env=FAST)
+    failed = stamp_of(board, "ignore ipc_com_rcv_thread RecvPacket rval = -1")
+    pid = wait_for(lambda: host_pid_of_supervisor(board, []), what="the supervisor's pid")
+    cpu = lambda: sum(map(int, open("/proc/%d/stat" % pid).read().rsplit(")", 1)[1].split()[11:13]))
+    used, since = cpu(), time.monotonic()
+    wait_for(lambda: board.counter() > failed + 10000, what="ten seconds of board time")
+    assert (cpu() - used) / os.sysconf("SC_CLK_TCK") < 0.2 * (time.monotonic() - since)
+    shutil.rmtree(board.path("run/nodeipc/7"))
+    listening(board)
+    to_supervisor(board, packet(0x07000001))
+    board.wait_console(RECEIVED % (0x07000001, 44))
+    assert sum(m.startswith("ignore ipc_com_rcv_thread") for m in messages(board)) <= 2

@@ -103,7 +103,8 @@ def test_daemon_names_never_reach_a_shell(board):
 
 @pytest.mark.parametrize("command", [
     ["wallclock", "99999999999999999999"], ["wallclock", "-1"], ["wallclock", "0", "901"],
-    ["recv", "7", "--timeout", "inf"], ["recv", "7", "--timeout", "nan"]])
+    ["recv", "7", "--timeout", "inf"], ["recv", "7", "--timeout", "nan"],
+    ["counter", "set", str(2 ** 61)], ["counter", "freeze", str(2 ** 64 - 1)]])
 def test_board_commands_check_their_ranges(board, command):
     done = board.tool(*command, check=False)
     assert done.returncode == 1 and "no board running" not in done.stderr, done.stderr

@@ -93,18 +93,20 @@ void* ipc_com_rcv_thread(void*) {
   // Zeroed once: a short message leaves the bytes of earlier ones in place.
   IpcPacket packet{};
   log_line("ipc_com_rcv_thread started!\n");
-  // A socket that cannot be bound fails every try at once: the tries are paced, and a failure
-  // is logged when it differs from the last one logged since a packet came.
-  int last_failure = 1;
+  // A socket that cannot be bound fails every try at once: failed tries (negative) are paced,
+  // and logged when they differ from the last one logged since a datagram came. An empty
+  // datagram (0) is logged each time, as any packet that came.
+  int last_failure = 0;
   while (ipc_enable) {
     int rval = RecvPacket(&packet);
     if (rval <= 0) {
-      if (rval != last_failure) log_line("ignore ipc_com_rcv_thread RecvPacket rval = ", rval);
+      if (rval == 0 || rval != last_failure)
+        log_line("ignore ipc_com_rcv_thread RecvPacket rval = ", rval);
       last_failure = rval;
-      board_sleep(kRetryPauseSeconds);
+      if (rval < 0) board_sleep(kRetryPauseSeconds);
       continue;
     }
-    last_failure = 1;
+    last_failure = 0;
     log_line("ipc_com_rcv_thread RecvPacket MsgId = ", packet.id, " rval = ", rval);
     dispatch_packet(packet);
   }

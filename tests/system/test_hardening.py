@@ -253,7 +253,7 @@ def test_published_files_replace_whatever_stands_under_their_names(board, obstac
         f.write("eu,ABCDE\n")
     board.tool("ntpdate", "push", "1 Jan 10:00:00 ntpdate[7]: adjust time server A offset 5 sec")
     # Clocks before 2016: the clock sync thread finds the offset file's name as it was left.
-    board.mcu(utc=1420000000, pn="ABCDE", version="FW 2.3", version_result=-20, upgrade_delay=4)
+    board.mcu(utc=1420000000, pn="ABCDE", version="FW 2.3", version_result=-20, upgrade_delay=5)
     board.run()
     board.wait_console("start to update mcu firmware")
     board.tool("wallclock", 1430000000)
@@ -270,6 +270,7 @@ def test_published_files_replace_whatever_stands_under_their_names(board, obstac
     assert {stat.S_IMODE(os.lstat(board.path(name)).st_mode) for name in published} == {0o644}
     in_order(messages(board), ["tq_system: echo 5 > " + board.path("dev/shm/timeoffset"),
                                "run shell script successfully. "])
+    assert not any(m.startswith("tq_system: rm -rf") for m in messages(board))
 
 
 def test_another_users_process_named_like_a_daemon_is_none_of_ours(board):

@@ -1,36 +1,34 @@
-import os
-
 import pytest
 
-from board import Board, program
+from board import Board
 
 
-def pytest_sessionstart(session):
-    missing = [p for p in ("custodo-board", "custodo", "custodo-probe") if not os.path.exists(program(p))]
-    if missing:
-        raise pytest.UsageError("not built in %s: %s (set CUSTODO_BUILD)"
-                                % (os.path.dirname(program("custodo")), ", ".join(missing)))
+def boards():
+    # Makes initialised boards on short roots below /tmp; each is stopped, checked for
+    # leftovers and sanitizer reports, and removed at teardown.
+    made = []
+
+    def make():
+        made.append(Board())
+        made[-1].init()
+        return made[-1]
+
+    yield make
+    for board in made:
+        board.close()
+    reports = [line for board in made for line in board.sanitizer_reports]
+    if reports:
+        pytest.fail("sanitizer reports:\n" + "\n".join(reports))
 
 
 @pytest.fixture
 def make_board():
-    """Creates initialised boards on short roots below /tmp; each is stopped, checked for
-    leftovers and sanitizer reports, and removed at teardown."""
-    boards = []
+    yield from boards()
 
-    def make():
-        board = Board()
-        boards.append(board)
-        board.init()
-        return board
 
-    yield make
-    reports = []
-    for board in boards:
-        board.close()
-        reports += board.sanitizer_reports
-    if reports:
-        pytest.fail("sanitizer reports:\n" + "\n".join(reports))
+@pytest.fixture(scope="module")
+def make_module_board():
+    yield from boards()
 
 
 @pytest.fixture

@@ -1,6 +1,7 @@
 """The installed supervisor: what an install and the Debian packages put in place, and the init
 jobs, which start it with its configuration and give its ordered stop the time it needs."""
 
+import fcntl
 import os
 import re
 import subprocess
@@ -8,7 +9,7 @@ import subprocess
 import pytest
 
 from board import BUILD, program, sanitized_build
-from supervisor_log import FAST, PHASE_6, messages, supervisor_exits
+from supervisor_log import FAST, PHASE_6, REVERSE, messages, supervisor_exits
 
 pytestmark = pytest.mark.skipif(sanitized_build(), reason="a sanitizer build is not shipped")
 
@@ -34,9 +35,16 @@ def job_setting(path, pattern):
     return next(g for g in re.search(pattern, open(path).read(), re.M).groups() if g)
 
 
+def in_build(*command):
+    # One install or package at a time from the build directory (workers run side by side):
+    # each writes its install manifest there.
+    with open(os.path.join(BUILD, "install.lock"), "w") as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        subprocess.run(command, check=True, capture_output=True)
+
+
 def install(component, root):
-    subprocess.run(["cmake", "--install", BUILD, "--prefix", root, "--component", component],
-                   check=True, capture_output=True)
+    in_build("cmake", "--install", BUILD, "--prefix", root, "--component", component)
     return str(root)
 
 
@@ -54,9 +62,8 @@ def packages(tmp_path_factory):
     """The robot's package and the development one, both from this build for the checks, each
     with the root it unpacks to."""
     out = tmp_path_factory.mktemp("packages")
-    subprocess.run(["cpack", "-G", "DEB", "-B", out, "-D", "CPACK_COMPONENTS_ALL=robot;board",
-                    "--config", os.path.join(BUILD, "CPackConfig.cmake")], check=True,
-                   capture_output=True)
+    in_build("cpack", "-G", "DEB", "-B", out, "-D", "CPACK_COMPONENTS_ALL=robot;board", "--config",
+             os.path.join(BUILD, "CPackConfig.cmake"))
     debs = {deb.name.split("_")[0]: deb for deb in out.glob("*.deb")}
     for name, deb in debs.items():
         dpkg("-x", deb, out / name)
@@ -126,6 +133,6 @@ def test_init_jobs_start_the_installed_supervisor_and_wait_out_its_stop(board, p
     shutdown = job_setting(jobs[2], r"^::shutdown:/bin/sh -c '(.*)'$")
     assert board.exec("sh", "-c", shutdown).returncode == 0
     board.wait_record("init", "exit status")
+    board.wait_console("disable_mcu_heartbeat done...")  # the console is written apart
     assert supervisor_exits(board) == [2]
-    stopped = [line.split()[-1] for line in board.console() if " Kill Process: " in line]
-    assert stopped == ["quom_client", "netmgrd", "AppBridge", "CoreCtl", "chimer", "tqlogd"]
+    assert [m.split()[-1] for m in messages(board) if m.startswith("Kill Process: ")] == REVERSE

@@ -6,32 +6,16 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 
 #include "tests/common/scratch_board.h"
-
-namespace {
-
-std::string root;
-
-void remove_root() {
-  std::error_code ignored;
-  std::filesystem::remove_all(root, ignored);
-}
-
-}  // namespace
 
 // Every target runs on a scratch board; log lines go to standard output, which nobody reads
 // here (libFuzzer reports on standard error).
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  root = make_scratch_board();
-  if (root.empty()) {
+  if (make_scratch_board().empty()) {
     std::perror("fuzz: cannot make a scratch board");
     std::exit(1);
   }
-  std::atexit(remove_root);
-  // A pause after an update phase takes a fraction of a millisecond.
-  setenv("CUSTODO_SIM_TIMESCALE", "10000", 1);
   int null = open("/dev/null", O_WRONLY | O_CLOEXEC);
   dup2(null, STDOUT_FILENO);
   close(null);

@@ -4,11 +4,11 @@
 
 #include <climits>
 #include <cstdlib>
+#include <tuple>
 #include <utility>
 
 #include "platform/board_paths.h"
-#include "tests/unit/captured_log.h"
-#include "tests/unit/text_file.h"
+#include "tests/unit/helpers.h"
 
 namespace {
 
@@ -17,13 +17,9 @@ const char* counter_file() { return board_path(BoardPath::FailureCount); }
 }  // namespace
 
 TEST(CrashCounter, DecodesAddsAndClears) {
-  struct Row {
-    const char* file;  // nullptr: no file
-    int total, current;
-    const char* after_add;
-    const char* add_line;
-  };
-  const Row rows[] = {
+  // The file (nullptr: none), the total and current counts read from it, the file after a crash
+  // is added, and the line that tells it.
+  const std::tuple<const char*, int, int, const char*, const char*> rows[] = {
       {nullptr, 0, 0, "1", "add_crash_time total = 1 value = 1"},
       {"258", 7, 2, "259", "add_crash_time total = 8 value = 259"},
       {"4", 4, 4, "256", "add_crash_time total = 5 value = 256"},
@@ -33,15 +29,12 @@ TEST(CrashCounter, DecodesAddsAndClears) {
       {" 7junk", 7, 7, "259", "add_crash_time total = 8 value = 259"},
       {"2147483647", 41943290, 255, "2147483396", "add_crash_time total = 41943039 value = 2147483396"},
   };
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.file ? row.file : "(no file)");
-    write_text(counter_file(), row.file);
-    EXPECT_EQ(get_total_crash(), row.total);
-    EXPECT_EQ(get_current_crash(), row.current);
-    auto log = captured_log([] { add_crash_time(); });
-    ASSERT_EQ(log.size(), 1u);
-    EXPECT_EQ(log[0], row.add_line);
-    EXPECT_EQ(read_text(counter_file()), row.after_add);
+  for (const auto& [file, total, current, after_add, add_line] : rows) {
+    SCOPED_TRACE(file ? file : "(no file)");
+    write_text(counter_file(), file);
+    EXPECT_EQ(std::make_pair(get_total_crash(), get_current_crash()), std::make_pair(total, current));
+    EXPECT_EQ(captured_log(add_crash_time), std::vector<std::string>{add_line});
+    EXPECT_EQ(read_text(counter_file()), after_add);
   }
   // No count: no wait at start, and the crash reboot is reached.
   for (const char* text : {"-1", "3288195195", "99999999999999999999", "-2147483648"}) {

@@ -1,11 +1,8 @@
 #include <gtest/gtest.h>
 
-#include <random>
-
 #include "platform/board_paths.h"
 #include "process/process_management.h"
-#include "tests/unit/captured_log.h"
-#include "tests/unit/text_file.h"
+#include "tests/unit/helpers.h"
 
 namespace {
 
@@ -42,15 +39,6 @@ TEST(ProcessList, CutsFieldsAndSkipsComments) {
   EXPECT_EQ(read_list(list, text), expected);
   ASSERT_EQ(list.processes.size(), expected.size());
   EXPECT_EQ(list.processes[0].pid, -1);
-
-  // Read again: each record once. Then without AppBridge and netmgrd, named anywhere in a line.
-  const std::string daemons = "A,a,0,1,0\nAppBridge,x,1,5,2\nw,/bin/netmgrd_wrapper,0,1,0\n#c\nZ,z,0,1,0";
-  read_list(list, daemons);
-  EXPECT_EQ(list.processes.size(), 4u);
-  list.SetIntegrityFailed(true);
-  read_list(list, daemons);
-  ASSERT_EQ(list.processes.size(), 2u);
-  EXPECT_EQ(list.processes[1].Name, "Z");
 }
 
 TEST(ProcessList, TimesOutOfRangeReadAsZero) {
@@ -64,28 +52,6 @@ TEST(ProcessList, TimesOutOfRangeReadAsZero) {
                 "Name:m Cmd:c KeyProc:1 KillTimeout:0 WaitAfterStart:0",
                 "InitialConfig: WaitAfterStart -1 of o out of range, taken as 0",
                 "Name:o Cmd:c KeyProc:0 KillTimeout:10 WaitAfterStart:0"}));
-}
-
-TEST(ProcessList, UnreadableFileEndsTheProcessWithZero) {
-  RobotProcessManagement list;
-  EXPECT_EXIT(list.InitialConfig("/nonexistent/ProcessList.conf"), ::testing::ExitedWithCode(0), "");
-}
-
-TEST(ProcessList, SurvivesRandomLines) {
-  std::mt19937 random(20240611);
-  const std::string alphabet = ",,,,0123456789  ##-+ab\t\r";
-  std::string text;
-  size_t records = 0;
-  for (int i = 0; i < 4000; i++) {
-    std::string line(random() % 40, ' ');
-    for (char& c : line) c = alphabet[random() % alphabet.size()];
-    if (i % 100 == 0) line.insert(random() % (line.size() + 1), std::string(5000, '9'));
-    if (line.empty() || line[0] != '#') records++;
-    text += line + "\n";
-  }
-  RobotProcessManagement list;
-  read_list(list, text);
-  EXPECT_EQ(list.processes.size(), records);
 }
 
 }  // namespace

@@ -65,12 +65,13 @@ def test_a_lock_that_is_no_custodos_never_stops_it(board):
         held = os.path.join(scratch, "held")
         holder = ("import fcntl, time; f = open(%r); fcntl.lockf(f, fcntl.LOCK_SH); "
                   "open(%r, 'w').close(); time.sleep(3600)" % (pid_file, held))
-        # Another user waits for a read lock, which it gets the moment the supervisor ends.
+        # Another user waits for a read lock, which it gets the moment the supervisor ends (the
+        # restart is held meanwhile, so that the next supervisor cannot take the lock first).
         board.exec("sh", "-c", " ".join(NOBODY) + ' /usr/bin/python3 -c "%s" >/dev/null 2>&1 &' % holder)
-        waiting = " ->.*:%d " % os.stat(pid_file).st_ino
-        wait_for(lambda: re.search(waiting, open("/proc/locks").read()), what="a waiting read lock")
+        board.tool("hold")
         board.kill("CoreCtl", "KILL")
         wait_for(lambda: os.path.exists(held), what="another user's read lock")
+        board.tool("release")
         board.wait(lambda: messages(board).count(PHASE_6) == 2, what="the supervisor started again")
     found = messages(board)
     assert "pid file %s is not a running custodo's: replaced" % pid_file in found

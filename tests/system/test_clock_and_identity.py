@@ -37,8 +37,7 @@ def test_clock_from_mcu_and_identity_files(board, mcu_clock, zone, table, pn, re
     board.write("opt/belvane/watchdog/region.conf", table)
     board.mcu(utc=mcu_clock, pn=pn, version="FW 2.3", version_result=version, upgrade_result=7,
               upgrade_delay=2)
-    now = int(time.time())
-    run_during_update(board, {}, lambda: board.tool("wallclock", now, zone))
+    run_during_update(board, {}, lambda: board.tool("wallclock", int(time.time()), zone))
     board.wait_console(PHASE_6)
     found, visible = messages(board), sn.split(b"\0")[0].decode()
     mcu = int(next(t for t in board.texts("mcu") if t.startswith("get_utc 0 ")).split()[2])

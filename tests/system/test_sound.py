@@ -73,8 +73,7 @@ def test_unplayable_prompt_is_tried_four_times_then_the_board_goes_down(board):
     path, found = power_off(board, USER + "bye.wav")
     attempt = ["playback: try open " + path, "playback: find the last data chunk",
                "playback: header length: 44, total length: 2044",
-               "playback: unable to open pcm device: No such device",
-               "playback: init pcm para fail"]
+               "playback: unable to open pcm device: No such device", "playback: init pcm para fail"]
     in_order(found, attempt * 4 + ["destroy_snd_thread succ = 0", "call shutdown -h now"])
     refused = [r.stamp for r in sound(board, "pcm open refused")]
     # A second apart, give or take the counter's millisecond steps.

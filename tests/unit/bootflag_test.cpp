@@ -30,16 +30,10 @@ TEST(BootFlags, MissingOrBrokenValuesFail) {
 
 TEST(BootPartition, KeyStartsABlankSeparatedWord) {
   const std::pair<const char*, int> rows[] = {
-      {"console=ttyS0 boot_fs=2 quiet\n", 2},
-      {"root=/dev/a\tboot_fs=1", 1},
-      {"boot_fs=17 rw", 17},
-      {"boot_fs=1 boot_fs=2", 2},
-      {"xboot_fs=2 rw", -ENOENT},
-      {"", -ENOENT},
-      {nullptr, -ENOENT},
-      {"boot_fs= rw", -EINVAL},
-      {"boot_fs=2a", -EINVAL},
-      {"boot_fs=99999999999", -ERANGE},
+      {"console=ttyS0 boot_fs=2 quiet\n", 2}, {"root=/dev/a\tboot_fs=1", 1}, {"boot_fs=17 rw", 17},
+      {"boot_fs=1 boot_fs=2", 2},  // the last one counts
+      {"xboot_fs=2 rw", -ENOENT},  {"", -ENOENT}, {nullptr, -ENOENT},
+      {"boot_fs= rw", -EINVAL},    {"boot_fs=2a", -EINVAL}, {"boot_fs=99999999999", -ERANGE},
   };
   for (const auto& [cmdline, expected] : rows) {
     write_text(board_path(BoardPath::KernelCmdline), cmdline);

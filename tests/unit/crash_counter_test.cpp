@@ -56,10 +56,7 @@ TEST(CrashCounter, QuietPeriodComesFromTheEnvironment) {
       {"99999999999", INT_MAX}, {"-99999999999999999999", INT_MIN},
   };
   for (const auto& [text, minutes] : rows) {
-    if (text)
-      setenv("CRASH_IGNORE_MIN", text, 1);
-    else
-      unsetenv("CRASH_IGNORE_MIN");
+    text ? setenv("CRASH_IGNORE_MIN", text, 1) : unsetenv("CRASH_IGNORE_MIN");
     EXPECT_EQ(get_crash_ignore_time(), minutes) << (text ? text : "(unset)");
   }
   unsetenv("CRASH_IGNORE_MIN");

@@ -19,9 +19,7 @@ TEST(Region, FirstLineWhosePatternBeginsWithThePrefixWins) {
       {"eu,AB\nus,ABC\n", "ABC", "us"},
       {"xx,y\nABCDEFG\n", "ABCDE", "ABCDEFG"},  // no comma: the line is region and pattern
       {"e#u,A#B\n", "A#B", "e#u"},             // "#" inside a line is no comment
-      {"\neu,EU\n", "", ""},
-      {"eu,ABCDE\r\n", "ABCDE", "eu"},
-      {"eu,a,b\n", "a,b", "eu"},
+      {"\neu,EU\n", "", ""},  {"eu,ABCDE\r\n", "ABCDE", "eu"}, {"eu,a,b\n", "a,b", "eu"},
       {"", "ABCDE", "prc"},
   };
   for (const auto& [table, pn, region] : rows) {

@@ -28,11 +28,9 @@ TEST(Speaker, TriesTheUserThenTheFactoryPromptFourTimes) {
     std::strcpy(g_region, region.c_str());
     std::vector<std::string> expected = {std::string("Speaker ") + name};
     if (path.rfind(user, 0) != 0)
-      expected.insert(expected.end(),
-                      {"No customed sound file " + user + name, "try sound file " + path});
+      expected.insert(expected.end(), {"No customed sound file " + user + name, "try sound file " + path});
     for (int attempt = 0; attempt < 4; ++attempt)
-      expected.insert(expected.end(),
-                      {"playback: try open " + path, "playback: cannot open " + path});
+      expected.insert(expected.end(), {"playback: try open " + path, "playback: cannot open " + path});
     EXPECT_EQ(captured_log([&] { EXPECT_EQ(DoSpeaker(name), -1); }), expected);
   }
   g_region[0] = '\0';

@@ -23,10 +23,10 @@ struct sigaction wait_for_children() {
   return kept;
 }
 
-int run_logged(const char* cmdline, const char* const argv[], bool shell) {
+int run_logged(const char* cmdline, const char* const argv[], bool shell, const char* variable = nullptr) {
   struct sigaction kept = wait_for_children();
   log_line("tq_system: ", cmdline);
-  int status = run_child(argv);
+  int status = run_child(argv, nullptr, variable);
   if (status == -1 && !shell && errno == ENOENT) status = kNotFound;
   sigaction(SIGCHLD, &kept, nullptr);
 
@@ -53,9 +53,9 @@ int run_logged(const char* cmdline, const char* const argv[], bool shell) {
 
 }  // namespace
 
-int tq_system(const char* cmdline) {
+int tq_system(const char* cmdline, const char* variable) {
   const char* const argv[] = {"/bin/sh", "-c", cmdline, nullptr};
-  return run_logged(cmdline, argv, true);
+  return run_logged(cmdline, argv, true, variable);
 }
 
 int tq_system_direct(const char* cmdline, const char* const argv[]) {

@@ -11,7 +11,7 @@ endif
 # Debian packages for building, the simulated board, the tests and the Debian package, and the
 # run-time tools the supervisor calls.
 PACKAGES := cmake g++ make pkg-config libasound2-dev alsa-utils libfuse3-dev fuse3 \
-	libubootenv-dev libubootenv-tool u-boot-tools libcap-dev libgtest-dev \
+	libubootenv-dev libubootenv-tool u-boot-tools libcap-dev libgtest-dev libinih-dev \
 	python3-pytest python3-pytest-xdist dpkg-dev systemd strace procps psmisc sysvinit-utils
 
 # Fuzzing: clang's libFuzzer with ASan and UBSan, each target of tests/fuzz for FUZZ_SECONDS,
@@ -28,7 +28,7 @@ triplet_aarch64 := aarch64-linux-gnu
 triplet_armhf := arm-linux-gnueabihf
 debian_aarch64 := arm64
 debian_armhf := armhf
-CROSS_LIBS := libasound2-dev libubootenv-dev libfuse3-dev libgtest-dev libcap-dev libstdc++6
+CROSS_LIBS := libasound2-dev libubootenv-dev libfuse3-dev libgtest-dev libcap-dev libinih-dev libstdc++6
 MULTIARCH := $(foreach a,$(CROSS),$(if $(SYSROOT_$(a)),,$(debian_$(a))))
 CROSS_PACKAGES := qemu-user $(foreach a,$(CROSS),g++-$(triplet_$(a))) \
 	$(foreach d,$(MULTIARCH),$(CROSS_LIBS:%=%:$(d)))

@@ -6,6 +6,7 @@
 #include "core/shell.h"
 #include "core/spawn.h"
 #include "process/exit_watch.h"
+#include "process/policy.h"
 #include "process/process_management.h"
 
 namespace {
@@ -45,6 +46,7 @@ int RobotProcessManagement::ReCheck(ProcessInfo& rec) {
   if (id >= 1) {
     rec.pid = id;
     exit_watch_follow(processes);
+    policy_follow(processes);
     log_line("pid of ", rec.Name, " :", id);
     return 1;
   }
@@ -54,4 +56,5 @@ int RobotProcessManagement::ReCheck(ProcessInfo& rec) {
 void RobotProcessManagement::CheckAllProcess() {
   for (ProcessInfo& rec : processes) rec.pid = PidOf(rec.Name.c_str());
   exit_watch_follow(processes);
+  policy_follow(processes);
 }

@@ -122,7 +122,6 @@ bool take_request() {
   std::string request = sim::read_file(path);
   if (request.empty() || unlink(path.c_str()) != 0) return false;
   if (request.back() == '\n') request.pop_back();
-  note("request " + request);
   std::istringstream words(request);
   std::string word;
   words >> word;
@@ -130,6 +129,7 @@ bool take_request() {
   long mib = word == "grow" ? std::atol(request.c_str() + 5) : 0;
   if (mib > 0) grown.append(static_cast<size_t>(mib) << 20, 'x');
   if (word == "say") send_notification(request.substr(4));
+  note("request " + request);  // done
   return true;
 }
 

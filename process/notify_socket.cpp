@@ -10,6 +10,7 @@
 #include <climits>
 #include <cstring>
 #include <mutex>
+#include <string_view>
 
 #include "core/log_line.h"
 #include "core/threads.h"
@@ -155,7 +156,7 @@ bool parse_notification(const char* data, size_t size, Notification* out) {
   bool known = false;
   for (size_t begin = 0; begin < size;) {
     const char* end = static_cast<const char*>(std::memchr(data + begin, '\n', size - begin));
-    std::string line(data + begin, end == nullptr ? size - begin : static_cast<size_t>(end - data) - begin);
+    std::string_view line(data + begin, end == nullptr ? size - begin : static_cast<size_t>(end - data) - begin);
     begin += line.size() + 1;
     if (line == "READY=1") {
       out->ready = known = true;
@@ -163,7 +164,7 @@ bool parse_notification(const char* data, size_t size, Notification* out) {
       out->watchdog = known = true;
     } else if (line == "WATCHDOG=trigger") {
       out->trigger = known = true;
-    } else if (line.rfind("STATUS=", 0) == 0) {
+    } else if (line.substr(0, 7) == "STATUS=") {
       std::memset(out->status, 0, kStatusBytes);
       line.copy(out->status, std::min(line.size() - 7, kStatusBytes - 1), 7);
       out->has_status = known = true;

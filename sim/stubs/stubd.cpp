@@ -15,7 +15,7 @@
 // "watchdog S" sends WATCHDOG=1 at its start and every S seconds; each message is recorded as
 // "notify TEXT". On SIGUSR2 it takes the request in sim/stubs-requests/<name>: "hang" (it sends
 // nothing more of its own), "grow MIB" (that much more memory, written to), "say TEXT" (sends
-// TEXT); without a request, SIGUSR2 ends it as before.
+// TEXT), recorded as "request ..." once done; without a request, SIGUSR2 ends it as before.
 // Other signals end it as their default action would.
 #include <fcntl.h>
 #include <pthread.h>

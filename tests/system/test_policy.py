@@ -47,11 +47,12 @@ def test_readiness_ends_the_wait_and_others_change_nothing(board):
     policy(board, "[AppBridge]\nnotify = yes\nheartbeat = 30 # s\n", ("AppBridge &,0,3,0", "AppBridge &,0,03,10"))
     for setting, seconds in (("ready", 1), ("watchdog", 1)):
         board.tool("daemon", "AppBridge", setting, seconds)
-    run(board)
+    run(board, env={})
     board.wait_console(PHASE_6)
     gap = stamps(board, "netmgrd", "daemons")[0] - stamps(board, "AppBridge", "daemons")[0]
-    assert 1000 <= gap < 3000, gap
-    in_order(messages(board), ["sleep 10 s", re.compile(r"notify: AppBridge ready after 1\d\d\d ms: its wait after start ends"),
+    ready = re.search(r"ready after (\d+) ms", board.wait_console("notify: AppBridge ready after"))
+    assert 1000 <= int(ready.group(1)) < 3000 and 1000 <= gap < 3000, gap
+    in_order(messages(board), ["sleep 10 s", re.compile(r"notify: AppBridge ready after \d+ ms: its wait after start ends"),
                                "tq_system: netmgrd &"])
     path = board.path("run/custodo/notify")
     assert "NOTIFY_SOCKET=" + path in environment(board, "AppBridge")
@@ -73,7 +74,7 @@ def test_readiness_ends_the_wait_and_others_change_nothing(board):
 def test_a_hung_daemon_is_aborted_and_restarted(board, name, ask):
     policy(board, "[%s]\nheartbeat = 3\n" % name)
     board.tool("daemon", name, "watchdog", 1)
-    run(board, env={"CUSTODO_SIM_TIMESCALE": "2"})
+    run(board, env={})
     first = started(board, name)[0]
     board.tool("daemon", name, *ask)
     hung = board.wait_console("heartbeat: %s hung" % name)
@@ -93,7 +94,7 @@ def test_a_hung_daemon_is_aborted_and_restarted(board, name, ask):
 
 def test_backoff_spaces_the_restarts_of_a_daemon_that_dies_at_once(board):
     policy(board, "[crashd]\nrestart-backoff = 8\n", add="crashd,true &,0,3,0\n")
-    run(board, env={"CUSTODO_SIM_TIMESCALE": "8"})
+    run(board, env={"CUSTODO_SIM_TIMESCALE": "4"})
     wait_for(lambda: len(stamps(board, "tq_system: true &")) >= 6, what="six starts")
     starts = stamps(board, "tq_system: true &")
     # The first start's end is found after the start-up's last second.
@@ -110,9 +111,10 @@ def test_a_daemon_above_its_cap_on_three_checks_is_stopped_and_restarted(board):
     run(board)
     first = started(board, "AppBridge")[0]
     board.tool("daemon", "AppBridge", "grow", 32)
-    grown = board.wait_record("daemons", "request grow 32").stamp
+    asked = board.wait_record("daemons", "AppBridge %d signal 12" % first).stamp
     capped = int(board.wait_console("memory-max: AppBridge resident").split()[0])
-    assert len([s for s in stamps(board, "CHECK_PROCESS") if grown < s <= capped]) == 3
+    # The third check that found it grown; a check may come while it grows.
+    assert len([s for s in stamps(board, "CHECK_PROCESS") if asked < s <= capped]) in (3, 4)
     board.wait_console("StartProc finished")
     in_order(messages(board), [re.compile(r"memory-max: AppBridge resident \d+ KiB, above its cap of 16384 KiB on 3 "
                                           "checks in a row: stopped and restarted"),

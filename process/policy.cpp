@@ -46,7 +46,8 @@ Rule* rule_of(const std::string& name) {
 bool speaks(const DaemonPolicy& policy) { return policy.notify || policy.heartbeat_s != 0; }
 
 // A name listed twice: the rules go with its first entry.
-ProcessInfo* entry_of(std::deque<ProcessInfo>& processes, const std::string& name) {
+template <typename List>
+auto entry_of(List& processes, const std::string& name) -> decltype(&processes.front()) {
   auto it = std::find_if(processes.begin(), processes.end(), [&](const ProcessInfo& rec) { return rec.Name == name; });
   return it == processes.end() ? nullptr : &*it;
 }
@@ -135,10 +136,8 @@ bool policy_wait_ready(RobotProcessManagement& manager, const ProcessInfo& rec) 
 void policy_follow(const std::deque<ProcessInfo>& processes) {
   if (!notifying) return;
   for (Rule& rule : rules) {
-    if (!speaks(rule.policy)) continue;
-    auto rec = std::find_if(processes.begin(), processes.end(),
-                            [&](const ProcessInfo& r) { return r.Name == rule.policy.name; });
-    notify_follow(rule.policy.name, rec == processes.end() ? 0 : rec->pid);
+    const ProcessInfo* rec = entry_of(processes, rule.policy.name);
+    if (speaks(rule.policy)) notify_follow(rule.policy.name, rec == nullptr ? 0 : rec->pid);
   }
 }
 

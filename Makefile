@@ -8,11 +8,12 @@ ifeq ($(WERROR),1)
 CMAKE_FLAGS += -DCUSTODO_WERROR=ON
 endif
 
-# Debian packages for building, the simulated board, the tests and the Debian package, and the
-# run-time tools the supervisor calls.
+# Debian packages for building, the simulated board, the tests, the manual pages and the Debian
+# packages (and their check), and the run-time tools the supervisor calls.
 PACKAGES := cmake g++ make pkg-config libasound2-dev alsa-utils libfuse3-dev fuse3 \
-	libubootenv-dev libubootenv-tool u-boot-tools libcap-dev libgtest-dev libinih-dev \
-	python3-pytest python3-pytest-xdist dpkg-dev systemd strace procps psmisc sysvinit-utils
+	libubootenv-dev libubootenv-tool u-boot-tools libcap-dev libgtest-dev libjansson-dev libinih-dev \
+	python3-pytest python3-pytest-xdist dpkg-dev systemd strace procps sysvinit-utils \
+	scdoc lintian
 
 # Fuzzing: clang's libFuzzer with ASan and UBSan, each target of tests/fuzz for FUZZ_SECONDS,
 # two at a time on two cores.
@@ -20,21 +21,22 @@ FUZZ_SECONDS ?= 30
 FUZZ_PACKAGES := clang-14 libclang-rt-14-dev
 FUZZ_TARGETS := $(patsubst tests/fuzz/%_fuzz.cpp,%,$(wildcard tests/fuzz/*_fuzz.cpp))
 
-# Cross builds, one per board architecture: build-<name> with cmake/<triplet>.cmake, Debian's
-# cross compiler and the libraries of the Debian architecture, or with SYSROOT_<name>=DIR those
-# of a sysroot (the robot's).
+# Cross builds, one per board architecture: build-<name> with cmake/<triplet>.cmake and Debian's
+# cross compiler, against a sysroot: SYSROOT_<name>=DIR (the robot's), or else build-<name>/sysroot,
+# Debian's packages of that architecture extracted once from the host's apt sources
+# (cmake/debian-sysroot.sh). An architecture without a sysroot is reported and skipped.
 CROSS := aarch64 armhf
 triplet_aarch64 := aarch64-linux-gnu
 triplet_armhf := arm-linux-gnueabihf
 debian_aarch64 := arm64
 debian_armhf := armhf
-CROSS_LIBS := libasound2-dev libubootenv-dev libfuse3-dev libgtest-dev libcap-dev libinih-dev libstdc++6
-MULTIARCH := $(foreach a,$(CROSS),$(if $(SYSROOT_$(a)),,$(debian_$(a))))
-CROSS_PACKAGES := qemu-user $(foreach a,$(CROSS),g++-$(triplet_$(a))) \
-	$(foreach d,$(MULTIARCH),$(CROSS_LIBS:%=%:$(d)))
-cross_flags = -DCMAKE_TOOLCHAIN_FILE=cmake/$(triplet_$(1)).cmake \
-	$(if $(SYSROOT_$(1)),-DCMAKE_SYSROOT=$(abspath $(SYSROOT_$(1))))
-# A scratch sysroot with a stand-in vendor library, for the robot's variant.
+CROSS_LIBS := libasound2-dev libubootenv-dev libfuse3-dev libgtest-dev libcap-dev libjansson-dev libinih-dev \
+	libstdc++6
+CROSS_PACKAGES := mmdebstrap qemu-user $(foreach a,$(CROSS),g++-$(triplet_$(a)))
+sysroot = $(abspath $(or $(SYSROOT_$(1)),build-$(1)/sysroot))
+cross_flags = -DCMAKE_TOOLCHAIN_FILE=cmake/$(triplet_$(1)).cmake -DCMAKE_SYSROOT=$(call sysroot,$(1))
+no_sysroot = echo "$(1): skipped: no sysroot at $(call sysroot,$(1))"
+# A scratch root with a stand-in vendor library, for the robot's variant.
 VENDOR_ROOT := build-vendor/sysroot
 
 SUDO := $(shell [ "$$(id -u)" -eq 0 ] || echo sudo)
@@ -50,7 +52,7 @@ define install_missing
 endef
 
 .PHONY: all deps build demo test test-sim test-sanitize test-thread test-target fuzz package cross \
-	cross-test cross-package bench clean
+	cross-test cross-vendor cross-package bench clean
 
 all: build
 
@@ -115,33 +117,58 @@ fuzz-%:
 	else tail -n 40 build-fuzz/fuzz_$*.log; echo "fuzz_$*: failed, see build-fuzz/fuzz_$*.log"; \
 		exit 1; fi
 
+# The development package, custodo-board, from the sim build (the robot's: cross-package).
 package: build
 	cd $(BUILD) && cpack
 
 cross: deps
-	@for arch in $(MULTIARCH); do \
-		dpkg --print-foreign-architectures | grep -qx $$arch || $(SUDO) dpkg --add-architecture $$arch; \
-	done
 	$(call install_missing,$(CROSS_PACKAGES))
-	$(foreach a,$(CROSS),cmake -S . -B build-$(a) $(call cross_flags,$(a)) $(CMAKE_FLAGS) \
-		>/dev/null && cmake --build build-$(a) -j$(JOBS) && ) true
+	@$(MAKE) --no-print-directory $(CROSS:%=cross-build-%)
 
-# The unit tests of each architecture under qemu; then the robot's variant finds a vendor
-# library placed in a scratch sysroot and links it.
+cross-sysroot-%:
+	@[ -n "$(SYSROOT_$*)" ] || [ -d build-$*/sysroot ] || { mkdir -p build-$* && \
+		cmake/debian-sysroot.sh $(debian_$*) build-$*/sysroot $(CROSS_LIBS); } || true
+
+cross-build-%: cross-sysroot-%
+	@if [ -d $(call sysroot,$*) ]; then \
+		cmake -S . -B build-$* $(call cross_flags,$*) $(CMAKE_FLAGS) >/dev/null && \
+		cmake --build build-$* -j$(JOBS); \
+	else $(call no_sysroot,$*); fi
+
+# The unit tests of each architecture under qemu, with the sysroot as qemu's prefix (-L).
 cross-test: cross
-	$(foreach a,$(CROSS),ctest --test-dir build-$(a) --output-on-failure && ) true
-	mkdir -p $(VENDOR_ROOT)/usr/lib
-	aarch64-linux-gnu-g++ -shared -fPIC -I. -o $(VENDOR_ROOT)/usr/lib/libmculink.so \
-		tests/cross/mculink_stub.cpp
-	cmake -S . -B build-vendor/build -DCMAKE_TOOLCHAIN_FILE=cmake/aarch64-linux-gnu.cmake \
-		-DCUSTODO_BOARD=target -DCMAKE_FIND_ROOT_PATH=$(abspath $(VENDOR_ROOT)) $(CMAKE_FLAGS) >/dev/null
-	cmake --build build-vendor/build -j$(JOBS) --target custodo
-	grep -qx 'MCULINK_LIB:FILEPATH=$(abspath $(VENDOR_ROOT))/usr/lib/libmculink.so' \
-		build-vendor/build/CMakeCache.txt
-	@echo "the robot's variant links $(VENDOR_ROOT)/usr/lib/libmculink.so"
+	@$(MAKE) --no-print-directory $(CROSS:%=cross-test-%) cross-vendor
 
-cross-package: cross
-	$(foreach a,$(CROSS),(cd build-$(a) && cpack) && ) true
+cross-test-%:
+	@if [ -d $(call sysroot,$*) ]; then ctest --test-dir build-$* --output-on-failure; \
+	else $(call no_sysroot,$*); fi
+
+# The robot's variant finds a vendor library placed in a scratch root beside the aarch64 sysroot
+# and links it.
+cross-vendor:
+	@if [ -d $(call sysroot,aarch64) ]; then \
+		set -e; mkdir -p $(VENDOR_ROOT)/usr/lib; \
+		aarch64-linux-gnu-g++ -shared -fPIC -Wl,-soname,libmculink.so -I. \
+			-o $(VENDOR_ROOT)/usr/lib/libmculink.so tests/cross/mculink_stub.cpp; \
+		cmake -S . -B build-vendor/build $(call cross_flags,aarch64) -DCUSTODO_BOARD=target \
+			-DCMAKE_FIND_ROOT_PATH=$(abspath $(VENDOR_ROOT)) $(CMAKE_FLAGS) >/dev/null; \
+		cmake --build build-vendor/build -j$(JOBS) --target custodo; \
+		grep -qx 'MCULINK_LIB:FILEPATH=$(abspath $(VENDOR_ROOT))/usr/lib/libmculink.so' \
+			build-vendor/build/CMakeCache.txt; \
+		echo "the robot's variant links $(VENDOR_ROOT)/usr/lib/libmculink.so"; \
+	else $(call no_sysroot,aarch64); fi
+
+# The robot's package: the target variant for aarch64 against the robot's sysroot, which holds
+# the vendor's libraries (SYSROOT_aarch64=DIR; without it, build-aarch64/sysroot).
+cross-package: deps
+	$(call install_missing,$(CROSS_PACKAGES))
+	@$(MAKE) --no-print-directory cross-sysroot-aarch64
+	cmake -S . -B build-robot $(call cross_flags,aarch64) -DCUSTODO_BOARD=target $(CMAKE_FLAGS) \
+		>/dev/null
+	@if grep -q '^MCULINK_LIB:FILEPATH=.*NOTFOUND$$' build-robot/CMakeCache.txt; then \
+		echo "no libmculink in $(call sysroot,aarch64): the robot's sysroot holds it"; exit 1; fi
+	cmake --build build-robot -j$(JOBS)
+	cd build-robot && cpack
 
 # The supervisor's footprint and speed, a Release build on simulated boards, one table beside
 # the aims (bench/README.md); the aarch64 binary's size once `make cross` has configured it.
@@ -155,4 +182,4 @@ bench: deps
 
 clean:
 	rm -rf build build-asan build-tsan build-fuzz build-bench build-target $(CROSS:%=build-%) \
-		build-vendor
+		build-vendor build-robot

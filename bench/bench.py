@@ -154,8 +154,8 @@ def wait_phase(board, phase_ms):
 def restarts(board, pid, count):
     """Kills stub daemons one at a time, at moments spread evenly over the check's second. The
     replacement is exec'd when the supervisor logs the start's success (the start returns once
-    the exec is done). Returns the kill-to-exec and detection-to-exec times in ms, and the CPU
-    ns spent beyond idle."""
+    the exec is done). Returns the kill-to-exec and detection-to-exec times in ms, the CPU ns
+    spent with the programs run and by the supervisor's threads alone, and the seconds taken."""
     names = stub_names(DAEMONS)
     phases = random.Random(12).sample(range(count), count)
     to_exec, detection = [], []
@@ -181,8 +181,13 @@ def restarts(board, pid, count):
         to_exec.append(exec_at - killed_at)
         detection.append(exec_at - lost_at)
     time.sleep(1.5)
-    spent = cpu_ns(pid) - cpu0 + children_ns(pid) - kids0
-    return to_exec, detection, spent, time.monotonic() - t0
+    own = cpu_ns(pid) - cpu0
+    return to_exec, detection, own + children_ns(pid) - kids0, own, time.monotonic() - t0
+
+
+def per_restart_ms(spent_ns, idle_per_hour, seconds):
+    """CPU per kill beyond what the idle supervisor spends meanwhile."""
+    return (spent_ns - idle_per_hour * 1e9 / 3600 * seconds) / KILLS / 1e6
 
 
 def pidof_cpu_ms(board, runs=20):
@@ -250,13 +255,13 @@ def described_rhythm(table):
                   "3,600 described checks an hour at %.0f us each: %.2f" % (floor, floor * 3600 / 1e6) if floor else "")
         table.add("one check at %d entries, main thread CPU (us)" % (DAEMONS + 1), "%.0f" % check, "<= 30",
                   "the described calls alone cost %.0f here (check_floor)" % floor if floor else "")
-        to_exec, detection, spent, span = restarts(board, pid, KILLS)
+        to_exec, detection, spent, own, span = restarts(board, pid, KILLS)
         table.add("kill -> replacement exec'd, min / median / p90 / max (ms)", "%d / %d / %d / %d" % quantiles(to_exec),
                   "median <= 500, p90 <= 900", "the one-second check")
         table.add("detection line -> exec, median / max (ms)",
                   "%d / %d" % (statistics.median(detection), max(detection)), "<= 10",
                   "the described pidof of the vanished daemon comes first")
-        per_restart = (spent - cpu * 1e9 / 3600 * span) / KILLS / 1e6
+        per_restart = per_restart_ms(spent, cpu, span)
         table.add("CPU per restart, with the programs run (ms)", "%.1f" % per_restart, "<= 40",
                   "14 described pidof runs (the vanished one, then every entry) at %.1f ms each" % pidof)
         board.exec("sh", "-c", "for i in $(seq %d); do sleep 1000000 >/dev/null 2>&1 & done" % BYSTANDERS,
@@ -264,7 +269,26 @@ def described_rhythm(table):
         cpu_busy, _, _ = idle(board, pid, IDLE_S)
         table.add("idle CPU-s per hour, %d bystander processes" % BYSTANDERS, "%.3f" % cpu_busy, "<= 0.15")
         assert board.stop() == 0
-        return simulator
+        return simulator, (cpu, per_restart, per_restart_ms(own, cpu, span))
+    finally:
+        board.close()
+
+
+def without_snapshot(table, with_snapshot):
+    """The idle window and the kills again with CUSTODO_STATUS=0, beside the figures with the
+    status snapshot."""
+    board = prepared_board(DAEMONS)
+    try:
+        pid = run(board, {"CUSTODO_STATUS": "0"})
+        cpu, _, _ = idle(board, pid, IDLE_S)
+        _, _, spent, own, span = restarts(board, pid, KILLS)
+        table.add("idle CPU-s per hour, status snapshot on / off", "%.3f / %.3f" % (with_snapshot[0], cpu),
+                  "the same", "an idle supervisor writes no snapshot")
+        table.add("CPU per restart, snapshot on / off: with the programs run / threads alone (ms)",
+                  "%.1f / %.1f; %.2f / %.2f" % (with_snapshot[1], per_restart_ms(spent, cpu, span),
+                                               with_snapshot[2], per_restart_ms(own, cpu, span)),
+                  "", "3 snapshot writes per restart (vanished, started, its id)")
+        assert board.stop() == 0
     finally:
         board.close()
 
@@ -273,7 +297,7 @@ def fast_restart(table):
     board = prepared_board(DAEMONS)
     try:
         pid = run(board, {"CUSTODO_FAST_RESTART": "1"})
-        to_exec, detection, _, _ = restarts(board, pid, KILLS)
+        to_exec, detection, _, _, _ = restarts(board, pid, KILLS)
         table.add("CUSTODO_FAST_RESTART=1: kill -> exec'd, min / median / p90 / max (ms)",
                   "%d / %d / %d / %d" % quantiles(to_exec), "median <= 25",
                   "of which detection -> exec median %d" % statistics.median(detection))
@@ -352,7 +376,8 @@ def big_list(table):
 
 def main():
     table = Table()
-    simulator = described_rhythm(table)
+    simulator, with_snapshot = described_rhythm(table)
+    without_snapshot(table, with_snapshot)
     fast_restart(table)
     readiness(table)
     heartbeats(table, quiet_board())

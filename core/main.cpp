@@ -10,7 +10,6 @@
 #include "core/liveness.h"
 #include "core/log_line.h"
 #include "core/main_loop.h"
-#include "core/shell.h"
 #include "core/single_instance.h"
 #include "core/stop.h"
 #include "core/system_mode.h"
@@ -27,7 +26,9 @@
 #include "platform/board_time.h"
 #include "process/exit_watch.h"
 #include "process/integrity_check.h"
+#include "process/own_processes.h"
 #include "process/process_management.h"
+#include "status/snapshot.h"
 #include "timesync/clock_sync_thread.h"
 #include "timesync/mcu_clock.h"
 #include "update/boot_flags.h"
@@ -62,28 +63,33 @@ std::string config_dir(int argc, char* argv[]) {
   return fallback;
 }
 
+constexpr int kLastStartupPhase = 6;
+
 // A start-up phase ended: the main thread moves on.
-void phase_done(const char* line) {
+void phase_done(int phase, const char* line) {
   log_line(line);
   note_progress();
+  if (phase < kLastStartupPhase) status_phase("start-up phase " + std::to_string(phase + 1));
 }
 
-// Kills leftovers of a previous run; the result of the last command.
+// Kills leftovers of a previous run, ours alone, found as pkill and the daemons' search find
+// them; the result of the last command.
 int force_killall() {
   struct Leftover {
     const char* cmdline;
-    const char* argv[4];
+    const char* search[4];
   };
   static const Leftover kLeftovers[] = {
-      {"pkill -9 quom", {"pkill", "-9", "quom", nullptr}},
-      {"killall -9 netmgrd", {"killall", "-9", "netmgrd", nullptr}},
-      {"killall -9 AppBridge", {"killall", "-9", "AppBridge", nullptr}},
-      {"killall -9 chimer", {"killall", "-9", "chimer", nullptr}},
-      {"pkill -9 CoreCtl", {"pkill", "-9", "CoreCtl", nullptr}},
-      {"killall -9 tqlogd", {"killall", "-9", "tqlogd", nullptr}},
+      {"pkill -9 quom", {"pgrep", "quom", nullptr}},
+      {"killall -9 netmgrd", {"pidof", "-x", "netmgrd", nullptr}},
+      {"killall -9 AppBridge", {"pidof", "-x", "AppBridge", nullptr}},
+      {"killall -9 chimer", {"pidof", "-x", "chimer", nullptr}},
+      {"pkill -9 CoreCtl", {"pgrep", "CoreCtl", nullptr}},
+      {"killall -9 tqlogd", {"pidof", "-x", "tqlogd", nullptr}},
   };
   int result = 0;
-  for (const Leftover& leftover : kLeftovers) result = tq_system_direct(leftover.cmdline, leftover.argv);
+  for (const Leftover& leftover : kLeftovers)
+    result = kill_own_processes(leftover.cmdline, leftover.search);
   return result;
 }
 
@@ -113,6 +119,7 @@ int main(int argc, char* argv[]) {
   int current_crash = get_current_crash();
   gStatInfo[4] = static_cast<uint8_t>(total_crash);
   gStatInfo[5] = static_cast<uint8_t>(current_crash);
+  status_crashes(current_crash, total_crash);
   get_update_info_path();
   log_line("version: ", kVersion);
   log_line("crash_time: ", total_crash, " ", current_crash);
@@ -122,6 +129,7 @@ int main(int argc, char* argv[]) {
     board_sleep(kSwitchPartitionWaitSeconds);
   }
   if (already_running(board_path(BoardPath::PidFile)) != 0) return 0;
+  status_start(kVersion);
   force_killall();
   fl_signalinit();
   liveness_init();
@@ -130,38 +138,41 @@ int main(int argc, char* argv[]) {
   update_mcu(board_path(BoardPath::McuFirmwareMatch));
 
   int mode = getsysmode();
+  status_mode(mode);
   g_bootreason = merge_boot_reason(mode);
+  status_boot_reason(g_bootreason);
   check_mcu_readiness(mode);
   sync_ap_with_mcu();
   std::string list_path = conf_dir + "/" + process_list_for_mode(mode);
   ProcessManagement.SetIntegrityFailed(check_integrity(conf_dir) == 0);
-  phase_done("##################### 0. done...");
+  phase_done(0, "##################### 0. done...");
 
   ProcessManagement.InitialConfig(list_path);
-  phase_done("##################### 1. InitialConfig done...");
+  phase_done(1, "##################### 1. InitialConfig done...");
   ProcessManagement.CheckAllProcess();
-  phase_done("##################### 2. CheckAllProcess done...");
+  phase_done(2, "##################### 2. CheckAllProcess done...");
   ProcessManagement.KillAllProcess(KILL_WAIT);
-  phase_done("##################### 3. KillAllProcess done...");
+  phase_done(3, "##################### 3. KillAllProcess done...");
   getrobotpn();
   getmcuver();
   create_ntp_thread(conf_dir);
   ProcessManagement.StartAllProcess();
   board_sleep(1);
-  phase_done("##################### 4. StartAllProcess done...");
+  phase_done(4, "##################### 4. StartAllProcess done...");
   ProcessManagement.InitialMonitor();
-  phase_done("##################### 5. InitialMonitor done...");
+  phase_done(5, "##################### 5. InitialMonitor done...");
   if (total_crash <= kRestorePartitionMaxCrashes) {
     restore_partition_flag();
   } else {
     // Unrestored, the flag lets the boot loader fall back to the other partition.
     log_line(" !!!!!!!!!!! not resotre partition flag, will switch partition if the system keep going wrong");
   }
-  phase_done("##################### 6. Restore partition flag done...");
+  phase_done(6, "##################### 6. Restore partition flag done...");
 
   create_ipc_thread();
   OS_InitTimer();
   exit_watch_start(ProcessManagement.processes);
   verify_installed_update(update_flag);
+  status_phase("supervising");
   run_main_loop();
 }

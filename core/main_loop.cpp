@@ -19,6 +19,7 @@
 #include "platform/tqlog.h"
 #include "process/process_management.h"
 #include "sound/speaker.h"
+#include "status/snapshot.h"
 #include "update/boot_flags.h"
 #include "watchdog/hw_watchdog.h"
 
@@ -81,6 +82,7 @@ void cpu_performance() {
 }
 
 [[noreturn]] void leave(Decision decision) {
+  status_phase("stopping");
   // The clock sync and IPC threads go on running until the process ends.
   log_line("destroy_ntp_thread...");
   log_line("destroy_hw_wdog_thread...");

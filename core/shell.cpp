@@ -2,15 +2,16 @@
 
 #include <sys/wait.h>
 
-#include <cerrno>
 #include <csignal>
 
 #include "core/log_line.h"
 #include "core/spawn.h"
+#include "platform/state_file.h"
 
 namespace {
 
-constexpr int kNotFound = 127 << 8;
+// What the shell's redirection creates under the usual umask (022).
+constexpr mode_t kRedirectionMode = 0644;
 
 // A child must be waited for, whatever the caller did with SIGCHLD: an ignored SIGCHLD would
 // reap it unseen. Returns the disposition to put back.
@@ -23,11 +24,20 @@ struct sigaction wait_for_children() {
   return kept;
 }
 
-int run_logged(const char* cmdline, const char* const argv[], bool shell, const char* variable = nullptr) {
+int log_exit_code(const char* cmdline, int code) {
+  if (code == 0) {
+    log_line("run shell script successfully. ");
+    return 0;
+  }
+  log_line("run shell script fail, script exit code:  ", code);
+  log_line("run shell script fail, cmdline:  ", cmdline);
+  return code;
+}
+
+int run_logged(const char* cmdline, const char* const argv[], const char* variable) {
   struct sigaction kept = wait_for_children();
   log_line("tq_system: ", cmdline);
   int status = run_child(argv, nullptr, variable);
-  if (status == -1 && !shell && errno == ENOENT) status = kNotFound;
   sigaction(SIGCHLD, &kept, nullptr);
 
   if (status == -1) {
@@ -42,24 +52,25 @@ int run_logged(const char* cmdline, const char* const argv[], bool shell, const 
     log_line("exit status = ", code);
     return code;
   }
-  if (code == 0) {
-    log_line("run shell script successfully. ");
-    return 0;
-  }
-  log_line("run shell script fail, script exit code:  ", code);
-  log_line("run shell script fail, cmdline:  ", cmdline);
-  return code;
+  return log_exit_code(cmdline, code);
 }
 
 }  // namespace
 
 int tq_system(const char* cmdline, const char* variable) {
   const char* const argv[] = {"/bin/sh", "-c", cmdline, nullptr};
-  return run_logged(cmdline, argv, true, variable);
+  return run_logged(cmdline, argv, variable);
 }
 
-int tq_system_direct(const char* cmdline, const char* const argv[]) {
-  return run_logged(cmdline, argv, false);
+int tq_system_in_process(const char* cmdline, const std::function<int()>& work) {
+  log_line("tq_system: ", cmdline);
+  return log_exit_code(cmdline, work());
+}
+
+int tq_system_publish(const char* cmdline, const char* path, const std::string& content) {
+  return tq_system_in_process(cmdline, [&] {
+    return write_state_file(path, content.data(), content.size(), kRedirectionMode) < 0 ? 1 : 0;
+  });
 }
 
 int run_program(const char* dir, const char* const argv[]) {

@@ -9,6 +9,7 @@
 #include "crash/crash_counter.h"
 #include "platform/mculink.h"
 #include "process/process_management.h"
+#include "status/snapshot.h"
 #include "update/boot_flags.h"
 #include "watchdog/hw_watchdog.h"
 
@@ -29,6 +30,7 @@ int fl_signalinit() { return install_stop_signals(fl_onsignal); }
 
 void fl_onsignal(int signal) {
   log_line("catch signal:", signal);
+  status_phase("stopping");
   ProcessManagement.InitialMonitor();
   deactive_wdog();
   clear_crash_time();

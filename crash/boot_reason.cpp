@@ -6,6 +6,7 @@
 #include "core/log_line.h"
 #include "platform/board_paths.h"
 #include "platform/mculink.h"
+#include "status/snapshot.h"
 
 int g_bootreason = 0;
 
@@ -85,5 +86,7 @@ int set_crash_flag(int flag) {
   if (!read_or_log(&word)) return -1;
   word = (word & 0x00FFFFFF) | static_cast<int>(static_cast<unsigned>(flag) << 24);
   log_line("set crash flag to boot reason ", word, " flag = ", flag);
-  return write_boot_reason(word);
+  int result = write_boot_reason(word);
+  if (result == 0) status_boot_reason(word);
+  return result;
 }

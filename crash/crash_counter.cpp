@@ -16,6 +16,7 @@
 #include "core/shell.h"
 #include "platform/state_file.h"
 #include "platform/board_paths.h"
+#include "status/snapshot.h"
 
 namespace {
 
@@ -80,11 +81,13 @@ void add_crash_time() {
     return;
   }
   log_line("add_crash_time total = ", total, " value = ", value);
+  status_crashes(total % kPerGroup, total);
 }
 
 int clear_crash_time() {
   char cmdline[256];
   std::snprintf(cmdline, sizeof cmdline, "rm -rf %s", board_path(BoardPath::FailureCount));
+  status_crashes(0, 0);
   return tq_system(cmdline);
 }
 

@@ -9,6 +9,7 @@
 #include "device/mcu_link.h"
 #include "platform/board_paths.h"
 #include "platform/mculink.h"
+#include "status/snapshot.h"
 
 // Read by the MCU library.
 int mculink_print_level = 0;
@@ -67,6 +68,7 @@ int getmcuver() {
     if (text == nullptr) text = "";
     log_line("mcu FirwareVer:", text);
     publish_version(text);
+    status_mcu_version(text);
   } else {
     log_line("get mcuver file failed ", result);
   }

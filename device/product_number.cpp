@@ -8,6 +8,7 @@
 #include "device/region.h"
 #include "platform/board_paths.h"
 #include "platform/mculink.h"
+#include "status/snapshot.h"
 
 namespace {
 
@@ -46,6 +47,7 @@ int getrobotpn() {
   log_line("pn[", length, "] = ", pn);
   RegionConfig(board_path(BoardPath::RegionTable), pn);
   publish_pn(pn);
+  status_product_number(pn);
   close_uart();
   return result;
 }

@@ -8,6 +8,7 @@
 #include "core/process_end.h"
 #include "core/shell.h"
 #include "platform/board_paths.h"
+#include "status/snapshot.h"
 
 char g_region[128];
 
@@ -63,8 +64,9 @@ void RegionConfig(const std::string& table_path, char* pn) {
 
 int SaveRegion(const std::string& region) {
   std::snprintf(g_region, sizeof g_region, "%s", region.c_str());
-  // Not cut to a buffer: a cut command would write to another file.
-  std::string command = std::string("echo \"location=") + g_region + "\" > " +
-                        board_path(BoardPath::RegionFile);
-  return tq_system(command.c_str());
+  status_region(g_region);
+  // Logged as the shell command it stands for, whole; the line is written as it stands.
+  const char* path = board_path(BoardPath::RegionFile);
+  std::string command = std::string("echo \"location=") + g_region + "\" > " + path;
+  return tq_system_publish(command.c_str(), path, std::string("location=") + g_region + "\n");
 }

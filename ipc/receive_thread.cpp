@@ -8,6 +8,7 @@
 #include "core/log_line.h"
 #include "core/threads.h"
 #include "ipc/messages.h"
+#include "platform/board_time.h"
 #include "platform/nodeipc.h"
 #include "update/update_stage_handlers.h"
 
@@ -18,6 +19,7 @@ namespace {
 
 pthread_t ipc_thread;
 std::mutex prompt_mutex;
+constexpr unsigned kRetryPauseSeconds = 1;
 
 // The option record is taken whole, whatever the length field says. The prompt name is
 // written before the event is posted: the queue orders it before the main loop reads it.
@@ -91,12 +93,20 @@ void* ipc_com_rcv_thread(void*) {
   // Zeroed once: a short message leaves the bytes of earlier ones in place.
   IpcPacket packet{};
   log_line("ipc_com_rcv_thread started!\n");
+  // A socket that cannot be bound fails every try at once: failed tries (negative) are paced,
+  // and logged when they differ from the last one logged since a datagram came. An empty
+  // datagram (0) is logged each time, as any packet that came.
+  int last_failure = 0;
   while (ipc_enable) {
     int rval = RecvPacket(&packet);
     if (rval <= 0) {
-      log_line("ignore ipc_com_rcv_thread RecvPacket rval = ", rval);
+      if (rval == 0 || rval != last_failure)
+        log_line("ignore ipc_com_rcv_thread RecvPacket rval = ", rval);
+      last_failure = rval;
+      if (rval < 0) board_sleep(kRetryPauseSeconds);
       continue;
     }
+    last_failure = 0;
     log_line("ipc_com_rcv_thread RecvPacket MsgId = ", packet.id, " rval = ", rval);
     dispatch_packet(packet);
   }

@@ -28,6 +28,7 @@ constexpr Entry kPaths[] = {
     {BoardPath::TimeOffset, "/dev/shm/timeoffset", nullptr},
     {BoardPath::McuVersion, "/dev/shm/mcu_version", nullptr},
     {BoardPath::ProductNumber, "/dev/shm/sn", nullptr},
+    {BoardPath::StatusSnapshot, "/dev/shm/custodo-status.json", nullptr},
     {BoardPath::SharedMemoryDir, "/dev/shm", nullptr},
     {BoardPath::BootReason, "/proc/belvane/boot_reason", nullptr},
     {BoardPath::KernelCmdline, "/proc/cmdline", nullptr},

@@ -17,6 +17,7 @@ enum class BoardPath {
   TimeOffset,        // /dev/shm/timeoffset
   McuVersion,        // /dev/shm/mcu_version
   ProductNumber,     // /dev/shm/sn
+  StatusSnapshot,    // /dev/shm/custodo-status.json
   SharedMemoryDir,   // /dev/shm
   BootReason,        // /proc/belvane/boot_reason
   KernelCmdline,     // /proc/cmdline

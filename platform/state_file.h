@@ -1,6 +1,7 @@
 // State files written whole: to a temporary name, flushed and renamed over the old file, so
 // that a reader or a power cut never finds a half-written one. The supervisor's own state
-// files go through here, and so do the simulated board's.
+// files go through here, and so do the simulated board's. Whatever stands under the name is
+// replaced, a directory too: a file is published whoever squatted its name.
 #pragma once
 #include <sys/types.h>
 

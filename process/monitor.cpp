@@ -6,6 +6,7 @@
 #include "process/policy.h"
 #include "process/process_management.h"
 #include "process/update_phase.h"
+#include "status/snapshot.h"
 
 std::atomic<int> appbridge_alive{1};
 
@@ -37,7 +38,10 @@ MonitorResult RobotProcessManagement::Monitor() {
       if (is_appbridge) appbridge_alive.store(1, std::memory_order_relaxed);
       continue;
     }
-    if (held_back_for_update(entry.Name)) continue;
+    if (held_back_for_update(entry.Name)) {
+      status_daemon(entry.Name, DaemonState::HeldBack);
+      continue;
+    }
     RestartTurn turn = policy_restart_turn(entry.Name);
     if (turn == RESTART_WAITS) continue;
     bool is_upgrader = daemon_role::is_upgrader(entry.Name);
@@ -47,6 +51,7 @@ MonitorResult RobotProcessManagement::Monitor() {
       if (is_appbridge) appbridge_alive.store(0, std::memory_order_relaxed);
 
       if (ReCheck(entry)) continue;
+      status_daemon(entry.Name, DaemonState::Vanished);
       if (entry.KeyProc == 1) {
         log_line("key process crash, restart all");
         stat_crash(entry.Name);
@@ -60,6 +65,7 @@ MonitorResult RobotProcessManagement::Monitor() {
     ProcessInfo rec = entry;
     if (StartProc(rec) == 1) {
       log_line("StartProc finished");
+      status_daemon_started(entry.Name, true);
       result = MONITOR_RESTARTED;
     }
   }

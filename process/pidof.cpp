@@ -1,36 +1,22 @@
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
+#include <vector>
 
 #include "core/log_line.h"
-#include "core/shell.h"
-#include "core/spawn.h"
 #include "process/exit_watch.h"
 #include "process/policy.h"
+#include "process/own_processes.h"
 #include "process/process_management.h"
-
-namespace {
-constexpr size_t kOutputLimit = 64 * 1024;
-}
+#include "status/snapshot.h"
 
 // The board's own pidof answers; the name goes to it as one word, never through a shell.
 int RobotProcessManagement::PidOf(const char* name) {
   const char* const argv[] = {"pidof", "-x", name, nullptr};
-  std::string output;
-  if (run_child_output(argv, &output, kOutputLimit) == -1 && output.empty()) {
+  std::vector<pid_t> ids;
+  if (!own_processes(argv, &ids)) {
     log_line("pipe open failed");
     return -1;
   }
-  int result = -1;
-  size_t begin = 0;
-  while (begin < output.size()) {
-    size_t end = output.find('\n', begin);
-    std::string line = output.substr(begin, end == std::string::npos ? end : end + 1 - begin);
-    // pidof puts several ids on one line, separated by blanks.
-    result = line.find(' ') != std::string::npos ? -2 : static_cast<int>(std::strtol(line.c_str(), nullptr, 10));
-    begin = end == std::string::npos ? output.size() : end + 1;
-  }
-  return result;
+  if (ids.empty()) return -1;
+  return ids.size() > 1 ? -2 : ids[0];
 }
 
 int RobotProcessManagement::ReCheck(ProcessInfo& rec) {
@@ -39,14 +25,15 @@ int RobotProcessManagement::ReCheck(ProcessInfo& rec) {
     // Duplicates cannot be told apart from the right one: all go, and monitoring starts afresh.
     log_line("more than one process exist! kill them all");
     std::string cmdline = "killall -9 " + rec.Name;
-    const char* const argv[] = {"killall", "-9", rec.Name.c_str(), nullptr};
-    tq_system_direct(cmdline.c_str(), argv);
+    const char* const search[] = {"pidof", "-x", rec.Name.c_str(), nullptr};
+    kill_own_processes(cmdline.c_str(), search);
     return 0;
   }
   if (id >= 1) {
     rec.pid = id;
     exit_watch_follow(processes);
     policy_follow(processes);
+    status_pids(processes);
     log_line("pid of ", rec.Name, " :", id);
     return 1;
   }
@@ -57,4 +44,5 @@ void RobotProcessManagement::CheckAllProcess() {
   for (ProcessInfo& rec : processes) rec.pid = PidOf(rec.Name.c_str());
   exit_watch_follow(processes);
   policy_follow(processes);
+  status_pids(processes);
 }

@@ -13,6 +13,7 @@
 #include "platform/board_time.h"
 #include "process/notify_socket.h"
 #include "process/policy_file.h"
+#include "status/snapshot.h"
 
 namespace {
 
@@ -99,6 +100,20 @@ void check_memory(RobotProcessManagement& manager, Rule& rule, const ProcessInfo
   manager.StopProcess(rec, KILL_WAIT);
 }
 
+// To the status snapshot, which is rewritten only when something in it changed.
+void report_status(const std::string& name) {
+  PolicyStatus now;
+  policy_status(name, &now);
+  PolicyReport report;
+  report.ready = now.ready;
+  if (now.heartbeat_age_ms >= 0) report.heartbeat_age_s = static_cast<int>(now.heartbeat_age_ms / 1000);
+  report.status = now.status;
+  report.backoff_s = now.backoff_s;
+  if (now.resident_bytes >= 0) report.resident_kib = static_cast<int>(now.resident_bytes / 1024);
+  if (now.memory_max != 0) report.memory_max_kib = static_cast<int>(std::min<uint64_t>(now.memory_max / 1024, INT_MAX));
+  status_policy(name, report);
+}
+
 }  // namespace
 
 void policy_load(const std::string& list_path, const std::deque<ProcessInfo>& processes) {
@@ -152,6 +167,7 @@ void policy_check(RobotProcessManagement& manager) {
     if (rule.policy.heartbeat_s != 0 && notifying) check_heartbeat(rule, *rec, now);
     if (rule.policy.memory_max != 0) check_memory(manager, rule, *rec);
   }
+  for (Rule& rule : rules) report_status(rule.policy.name);
 }
 
 RestartTurn policy_restart_turn(const std::string& name) {

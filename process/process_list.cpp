@@ -9,6 +9,7 @@
 #include "process/daemon_roles.h"
 #include "process/policy.h"
 #include "process/process_management.h"
+#include "status/snapshot.h"
 
 RobotProcessManagement ProcessManagement;
 
@@ -83,5 +84,6 @@ void RobotProcessManagement::InitialConfig(const std::string& path) {
   }
   std::free(text);
   std::fclose(file);
+  status_list(path, processes);
   policy_load(path, processes);
 }

@@ -8,6 +8,7 @@
 #include "process/process_management.h"
 #include "process/update_phase.h"
 #include "process/upgrader_policy.h"
+#include "status/snapshot.h"
 #include "update/boot_flags.h"
 
 namespace {
@@ -39,6 +40,7 @@ int RobotProcessManagement::StartProc(ProcessInfo& rec) {
   // contains the client's.
   if (daemon_role::starts_as_cloud_client(rec.Name) && cloud_client_held_back()) {
     log_line("System is updating, phase-2 not start quom_client");
+    status_daemon(rec.Name, DaemonState::HeldBack);
     return 0;
   }
   start_daemon(rec.Name, rec.Cmd.c_str());
@@ -49,7 +51,7 @@ void RobotProcessManagement::StartAllProcess() {
   log_line("++StartAllProcess g_upgrader_flag == ", g_upgrader_flag.load(std::memory_order_relaxed));
   for (const ProcessInfo& rec : processes) {
     ProcessInfo copy = rec;
-    StartProc(copy);
+    if (StartProc(copy) == 1) status_daemon_started(copy.Name, false);
     log_line("sleep ", copy.WaitAfterStart, " s");
     // A negative value is taken as the unsigned count of seconds it converts to.
     if (!policy_wait_ready(*this, copy)) board_sleep(static_cast<unsigned>(copy.WaitAfterStart));

@@ -10,6 +10,7 @@
 #include "process/exit_watch.h"
 #include "process/daemon_roles.h"
 #include "process/process_management.h"
+#include "status/snapshot.h"
 
 namespace {
 
@@ -43,17 +44,20 @@ int RobotProcessManagement::KillAllProcess(KILL_ACTION action) {
     }
   }
   log_line("done.");
+  status_all_stopped();
   return 0;
 }
 
 int RobotProcessManagement::StopProcess(const ProcessInfo& rec, KILL_ACTION action) {
   int pid = rec.pid;
   log_line("Kill Process: ", pid, " ", rec.Name);
+  status_daemon(rec.Name, DaemonState::Stopping);
   note_progress();
   SingleProcessHandler(pid);
   if (waits_for_end(action, rec.Name)) {
     if (WaitProcessEnd(pid, rec.KillTimeout) == 1) {
       log_line("Done.");
+      status_daemon(rec.Name, DaemonState::Stopped);
       return 1;
     }
     log_line("Timeout.........try kill -9");

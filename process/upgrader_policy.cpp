@@ -9,6 +9,7 @@
 #include "ipc/send.h"
 #include "platform/bootflag.h"
 #include "process/process_management.h"
+#include "status/snapshot.h"
 #include "update/boot_flags.h"
 
 namespace {
@@ -37,6 +38,7 @@ void give_up_update() {
   upgrader_last_launch = 0;
   // The boot loader's result does not change what follows: the controller is told either way.
   (void)BlSetUpdateProgressFlag(UpdateProgress_Phase_NS);
+  status_update_progress(UpdateProgress_Phase_NS);
   log_line("Notify Controller that Upgrader encounter internal error");
   send_ipc_msg(MSG_UPDATE_INTERNAL_ERROR, nullptr, 0);
 }

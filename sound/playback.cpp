@@ -19,6 +19,10 @@ namespace {
 
 uint8_t first_playback_done = 0;  // playbacks run on one thread at a time
 
+// A prompt is seconds long; a header may announce hours. The board goes down only once the
+// prompt has ended, with every daemon stopped and the watchdog no longer fed.
+constexpr int64_t kLongestPromptMs = 60 * 1000;
+
 void write_block(snd_pcm_t* pcm, const char* buffer, snd_pcm_uframes_t frames) {
   snd_pcm_sframes_t written = alsa().snd_pcm_writei(pcm, buffer, frames);
   if (written == -EPIPE) {
@@ -55,7 +59,12 @@ void stream_wav(int fd, const WavLayout& layout, const PcmOut& out, int volume) 
   snd_pcm_uframes_t frames = out.size / 2 / layout.format.channels;
   alsa().snd_pcm_pause(out.pcm, 0);
   uint32_t remaining = layout.data_size;
+  int64_t cut_at = board_monotonic_ms() + kLongestPromptMs;
   while (g_bSoundStop.load(std::memory_order_relaxed) == 0) {
+    if (board_monotonic_ms() >= cut_at) {
+      log_line("playback: prompt cut after ", kLongestPromptMs / 1000, " s");
+      break;
+    }
     size_t want = std::min<size_t>(out.size, remaining);
     size_t got = read_full(fd, out.buffer, want);
     remaining -= static_cast<uint32_t>(got);

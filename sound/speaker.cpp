@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 
 #include "core/log_line.h"
 #include "core/threads.h"
@@ -31,6 +32,13 @@ constexpr size_t kSoundStackBytes = 128 * 1024 * kSanitizerStackFactor;
 // is reported by the join lines without joining a thread that does not exist.
 int snd_thread_created = ESRCH;
 
+// The name comes from another daemon's message: it may name a file of the prompt folders
+// and nothing else.
+bool plain_file_name(const char* name) {
+  return name[0] != '\0' && std::strcmp(name, ".") != 0 && std::strcmp(name, "..") != 0 &&
+         std::strchr(name, '/') == nullptr;
+}
+
 void* play_sound_thread(void*) {
   DoSpeaker(requested_prompt().c_str());
   return nullptr;
@@ -40,6 +48,10 @@ void* play_sound_thread(void*) {
 
 int DoSpeaker(const char* name) {
   log_line("Speaker ", name);
+  if (!plain_file_name(name)) {
+    log_line("Speaker: not a plain file name, nothing played");
+    return -1;
+  }
   char path[158];  // longer paths are cut
   std::snprintf(path, sizeof path, "%s%s", board_path(BoardPath::UserSounds), name);
   if (access(path, F_OK) != 0) {

@@ -1,6 +1,7 @@
 #include <cstdio>
 
 #include "core/log_line.h"
+#include "status/snapshot.h"
 #include "timesync/ntp_query.h"
 
 std::vector<std::string> ntp_list;
@@ -43,5 +44,7 @@ int sync_time(int* offset) {
   char command[kCommandBytes];
   std::snprintf(command, sizeof command, "ntpdate -q %s", server.c_str());
   log_line("sync with server:", command);
-  return ntpdate_query(command, offset);
+  int result = ntpdate_query(command, offset);
+  status_clock(server, result == 1, *offset);
+  return result;
 }

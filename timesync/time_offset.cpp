@@ -10,9 +10,11 @@
 #include "timesync/ntp_query.h"
 
 int covert_offset(int offset) {
-  // Written by the shell, as the other daemons expect it: the number and a line end.
-  std::string publish = "echo " + std::to_string(offset) + " > " + board_path(BoardPath::TimeOffset);
-  if (offset != 0) tq_system(publish.c_str());
+  // The number and a line end, as the shell's echo wrote it; published without following a
+  // link that a user of the world-writable directory may have put under the name.
+  const char* path = board_path(BoardPath::TimeOffset);
+  std::string publish = "echo " + std::to_string(offset) + " > " + path;
+  if (offset != 0) tq_system_publish(publish.c_str(), path, std::to_string(offset) + "\n");
   timeval now{};
   board_gettimeofday(&now, nullptr);
   return static_cast<int32_t>(static_cast<int64_t>(now.tv_sec) + offset);

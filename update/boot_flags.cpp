@@ -4,6 +4,7 @@
 
 #include "core/log_line.h"
 #include "core/process_end.h"
+#include "status/snapshot.h"
 
 std::atomic<int> g_upgrader_flag{UpdateProgress_Unknown};
 std::atomic<int> g_upgrader_normal_exit{0};
@@ -53,6 +54,7 @@ void restore_partition_flag() {
     log_line("Failed to restore partition flag for A");
     end_process(1);
   }
+  status_partition(id, 1);
   log_line("Successfully restore partition flag!");
 }
 
@@ -63,6 +65,7 @@ void get_partition_flag() {
     log_line("Failed to restore partition flag for A");
     end_process(1);
   }
+  status_partition(id, flag);
   log_line("Get Boot Partition = ", id, "Flag = ", flag);
 }
 
@@ -93,5 +96,6 @@ int read_upprog_flag(_BL_UpdateProgressFlag* flag) {
   g_upgrader_flag = value >= UpdateProgress_Phase_NS && value <= UpdateProgress_Phase_2_Post
                         ? value
                         : UpdateProgress_Unknown;
+  status_update_progress(g_upgrader_flag);
   return result;
 }

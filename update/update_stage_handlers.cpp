@@ -2,6 +2,7 @@
 
 #include "core/log_line.h"
 #include "platform/board_time.h"
+#include "status/snapshot.h"
 #include "update/boot_flags.h"
 
 namespace {
@@ -11,6 +12,7 @@ namespace {
 int set_progress(_BL_UpdateProgressFlag flag) {
   int result = BlSetUpdateProgressFlag(flag);
   g_upgrader_flag = flag;
+  status_update_progress(flag);
   log_line("Set return = ", result);
   return result;
 }

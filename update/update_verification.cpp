@@ -6,6 +6,7 @@
 #include "core/log_line.h"
 #include "ipc/messages.h"
 #include "ipc/send.h"
+#include "status/snapshot.h"
 #include "update/boot_flags.h"
 #include "update/update_paths.h"
 #include "update/update_stage.h"
@@ -33,6 +34,7 @@ bool verify_phase(int phase, _Robot_UpdateStageId stage, _BL_UpdateProgressFlag 
   }
   log_line("Set return = ", BlSetUpdateProgressFlag(next));
   g_upgrader_flag = next;
+  status_update_progress(next);
   _Robot_UpdateStageComplete message{stage, succeeded ? UpdateStage_Succeeded : UpdateStage_Failed};
   log_line("Send MSG_UPDATE_INSTALL_VERIFY (P", phase, succeeded ? " succeeded)" : " failed)");
   send_ipc_msg(MSG_UPDATE_INSTALL_VERIFY, &message, sizeof message);

@@ -52,7 +52,7 @@ std::string answer(const std::string& request) {
   std::string verb, what, value;
   words >> verb >> what >> value;
   unsigned long long ms = 0;
-  bool has_ms = !value.empty() && parse_number(value, UINT64_MAX, &ms);
+  bool has_ms = !value.empty() && parse_number(value, sim::kCounterMax, &ms);
   if (verb == "counter" && what == "freeze" && value.empty()) {
     counter_freeze();
   } else if (verb == "counter" && what == "freeze" && has_ms) {

@@ -116,6 +116,7 @@ void populate(Layout& at, const std::string& root) {
   at.copy(dir + "/custodo-stubd", "bin/stubd");
   at.copy(dir + "/custodo-stubtool", "bin/stubtool");
   at.copy(dir + "/custodo-memlog", "bin/custodo-memlog");
+  at.copy(dir + "/custodo-status", "bin/custodo-status");
   at.copy(dir + "/custodo-sim-sound.so", root_files::kSoundPlugin);
   for (const char* name : kDaemons) at.link(std::string("bin/") + name, "stubd");
   for (const char* name : kTools) at.link(std::string("bin/") + name, "stubtool");

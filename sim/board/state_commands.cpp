@@ -118,6 +118,10 @@ int cmd_counter(const Args& args) {
     valid = valid && args[1] == "run" && args.size() == 2;
   }
   if (!valid) return fail("usage: custodo-board counter DIR freeze [MS] | set MS | run");
+  // The counter's word holds no more (sim_files.h): a larger count would read as another.
+  if (args.size() == 3 && ms > sim::kCounterMax)
+    return fail("counter value " + args[2] + " out of range: 0 to " +
+                std::to_string(sim::kCounterMax));
   std::string request = "counter " + args[1] + (args.size() == 3 ? " " + args[2] : "");
   return ask_board(args[0], request);
 }

@@ -56,6 +56,8 @@ uint64_t board_clock_ms();
 // so that a count set ahead of the clock stays positive). An empty device reads 0.
 constexpr uint64_t kCounterRunning = 1ull << 63;
 constexpr uint64_t kCounterBias = 1ull << 61;
+// The largest count a word holds either way.
+constexpr uint64_t kCounterMax = kCounterBias - 1;
 uint64_t counter_from_word(uint64_t word);
 uint64_t counter_word(uint64_t count, bool running);
 

@@ -72,6 +72,7 @@ def parse_packet(line):
 class Board:
     def __init__(self):
         self.root = tempfile.mkdtemp(prefix="cb", dir="/tmp")
+        self.command = program("custodo-board")  # or an installed one
         self.proc = None
         self.timescale = 1
         self._start = {}  # record name -> byte offset at the start of the current run
@@ -126,7 +127,7 @@ class Board:
     def tool(self, command, *args, check=True):
         """Runs `custodo-board COMMAND ROOT ARGS...`; fails the test on an error or a
         sanitizer report."""
-        done = subprocess.run([program("custodo-board"), command, self.root, *map(str, args)],
+        done = subprocess.run([self.command, command, self.root, *map(str, args)],
                               capture_output=True, text=True, timeout=30)
         reports = sanitizer_lines(done.stderr)
         assert not reports, "custodo-board %s: %s" % (command, reports)
@@ -144,7 +145,7 @@ class Board:
         assert self.proc is None, "the board is already running"
         self._start = {name: os.path.getsize(self.path(rel)) if os.path.exists(self.path(rel)) else 0
                        for name, rel in RECORDS.items()}
-        command = [program("custodo-board"), "run", self.root]
+        command = [self.command, "run", self.root]
         command += ["--no-counter"] if no_counter else []
         command += ["--custodo", custodo] if custodo else []
         command += ["--", *args] if args else []

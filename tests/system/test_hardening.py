@@ -6,15 +6,18 @@ import contextlib
 import os
 import random
 import re
+import shutil
 import signal
 import stat
+import struct
 import tempfile
 import time
 
 import pytest
 
 from board import program, sanitized_build, wait_for
-from supervisor_log import FAST, PHASE_6, in_order, messages, run, supervisor_exits
+from supervisor_log import (FAST, PHASE_6, RECEIVED, after, in_order, listening, messages, packet,
+                            pids, run, supervisor_exits, to_supervisor)
 
 NOBODY = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"]
 # Posts an event to the supervisor's queue as any program of the board could, making the queue
@@ -100,7 +103,8 @@ def test_daemon_names_never_reach_a_shell(board):
 
 @pytest.mark.parametrize("command", [
     ["wallclock", "99999999999999999999"], ["wallclock", "-1"], ["wallclock", "0", "901"],
-    ["recv", "7", "--timeout", "inf"], ["recv", "7", "--timeout", "nan"]])
+    ["recv", "7", "--timeout", "inf"], ["recv", "7", "--timeout", "nan"],
+    ["counter", "set", str(2 ** 61)], ["counter", "freeze", str(2 ** 64 - 1)]])
 def test_board_commands_check_their_ranges(board, command):
     done = board.tool(*command, check=False)
     assert done.returncode == 1 and "no board running" not in done.stderr, done.stderr
@@ -239,3 +243,96 @@ def test_a_storm_of_stop_signals_always_ends_in_the_stop_sequence(board):
     for begin in [i for i, m in enumerate(found) if m == "catch signal:15"]:
         in_order(found[begin:], ["stop tqcustodo, killall process then exit", "Post check",
                                  "done.", "disable_mcu_heartbeat done..."])
+
+
+@pytest.mark.parametrize("obstacle", ["link", "directory"])
+def test_published_files_replace_whatever_stands_under_their_names(board, obstacle):
+    published = {"dev/shm/timeoffset": b"5\n", "mnt/reserve/belvane.conf": b"location=eu\n",
+                 "dev/shm/sn": b"ABCDE".ljust(32, b"\0"), "dev/shm/mcu_version": b"FW 2.3"}
+    with open(board.path("opt/belvane/watchdog/region.conf"), "w") as f:
+        f.write("eu,ABCDE\n")
+    board.tool("ntpdate", "push", "1 Jan 10:00:00 ntpdate[7]: adjust time server A offset 5 sec")
+    # Clocks before 2016: the clock sync thread finds the offset file's name as it was left.
+    board.mcu(utc=1420000000, pn="ABCDE", version="FW 2.3", version_result=-20, upgrade_delay=5)
+    board.run()
+    board.wait_console("start to update mcu firmware")
+    board.tool("wallclock", 1430000000)
+    with open(board.path("victim"), "w") as f:
+        f.write("keep")
+    for name in published:
+        if obstacle == "link":
+            os.symlink(board.path("victim"), board.path(name))
+        else:
+            os.makedirs(board.path(name + "/inside"))
+    board.wait_console("ntp time: ")
+    assert board.read("victim") == "keep"
+    assert {name: board.read(name, "rb") for name in published} == published
+    assert {stat.S_IMODE(os.lstat(board.path(name)).st_mode) for name in published} == {0o644}
+    in_order(messages(board), ["tq_system: echo 5 > " + board.path("dev/shm/timeoffset"),
+                               "run shell script successfully. "])
+    assert not any(m.startswith("tq_system: rm -rf") for m in messages(board))
+
+
+def test_another_users_process_named_like_a_daemon_is_none_of_ours(board):
+    run(board)
+    with tempfile.TemporaryDirectory() as scratch:
+        os.chmod(scratch, 0o755)
+        shutil.copy("/bin/sleep", scratch + "/CoreCtl")
+        board.exec("sh", "-c", " ".join(NOBODY) + " %s/CoreCtl 3600 >/dev/null 2>&1 &" % scratch)
+        theirs = lambda: board.exec("pgrep", "-u", "65534", "CoreCtl").stdout.split()
+        before = wait_for(theirs, what="another user's CoreCtl")
+        # A restart looks for every daemon again; a lost key daemon starts everything afresh.
+        board.kill("chimer", "KILL")
+        board.wait_console("StartProc finished")
+        wait_for(lambda: any(m.startswith("CHECK_PROCESS") for m in
+                             after(messages(board), "StartProc finished")), what="the next check")
+        core = pids(board)["CoreCtl"]
+        board.exec("kill", "-KILL", str(core))
+        wait_for(lambda: messages(board).count(PHASE_6) == 2, what="the start after the crash")
+        assert theirs() == before
+    found = messages(board)
+    assert "Process: %d CoreCtl disappeared??" % core in found
+    assert found.count("key process crash, restart all") == 1
+    assert "more than one process exist! kill them all" not in found
+
+
+def test_prompts_are_plain_names_and_cut_after_a_minute(board):
+    # Headers announcing 2 GiB of samples (18 hours at 16 kHz), the files sparse.
+    for name in ["mnt/data/belvane/sounds/long.wav", "mnt/data/tmp/x.wav"]:
+        os.makedirs(os.path.dirname(board.path(name)), exist_ok=True)
+        with open(board.path(name), "wb") as f:
+            f.write(struct.pack("<4sI4s4sIHHIIHH4sI", b"RIFF", 0x80000014, b"WAVE", b"fmt ", 16, 1,
+                                1, 16000, 32000, 2, 16, b"data", 0x7FFFFFF0))
+        os.truncate(board.path(name), 44 + 0x7FFFFFF0)
+    old = run(board, {"CUSTODO_SIM_TIMESCALE": "100"})
+    board.tool("reboot", "../../tmp/x.wav")
+    listening(board, old)
+    # The sound thread's lines come among the main thread's, before it is joined.
+    refused = after(messages(board), "Speaker ../../tmp/x.wav")
+    assert "Speaker: not a plain file name, nothing played" in \
+        refused[:refused.index("destroy_snd_thread succ = 0")]
+    board.tool("poweroff", "long.wav")
+    assert board.wait_exit() == 0 and board.texts("init")[-1] == "end of run: power-off"
+    assert [m for m in messages(board) if m.startswith("playback: try open")] == [
+        "playback: try open " + board.path("mnt/data/belvane/sounds/long.wav")]
+    played = stamp_of(board, "playback: try open")
+    assert stamp_of(board, "playback: prompt cut after 60 s") - played >= 60000
+    frames = [int(t.split()[2]) for t in board.texts("sound") if t.startswith("pcm close")]
+    assert len(frames) == 1 and 0 < frames[0] <= 61 * 16000
+
+
+def test_a_socket_that_cannot_be_bound_is_tried_once_a_second(board):
+    os.makedirs(board.path("run/nodeipc/7/in-the-way"))
+    board.tool("ntpdate", "hold")
+    board.run(env=FAST)
+    failed = stamp_of(board, "ignore ipc_com_rcv_thread RecvPacket rval = -1")
+    pid = wait_for(lambda: host_pid_of_supervisor(board, []), what="the supervisor's pid")
+    cpu = lambda: sum(map(int, open("/proc/%d/stat" % pid).read().rsplit(")", 1)[1].split()[11:13]))
+    used, since = cpu(), time.monotonic()
+    wait_for(lambda: board.counter() > failed + 10000, what="ten seconds of board time")
+    assert (cpu() - used) / os.sysconf("SC_CLK_TCK") < 0.2 * (time.monotonic() - since)
+    shutil.rmtree(board.path("run/nodeipc/7"))
+    listening(board)
+    to_supervisor(board, packet(0x07000001))
+    board.wait_console(RECEIVED % (0x07000001, 44))
+    assert sum(m.startswith("ignore ipc_com_rcv_thread") for m in messages(board)) <= 2

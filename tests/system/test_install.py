@@ -1,4 +1,4 @@
-"""The installed supervisor: what an install and the Debian package put in place, and the init
+"""The installed supervisor: what an install and the Debian packages put in place, and the init
 jobs, which start it with its configuration and give its ordered stop the time it needs."""
 
 import os
@@ -15,8 +15,13 @@ pytestmark = pytest.mark.skipif(sanitized_build(), reason="a sanitizer build is 
 LISTS = ["opt/belvane/watchdog/ProcessList.conf", "opt/belvane/watchdog/ProcessListMT.conf"]
 CONFIGURATION = LISTS + ["opt/belvane/watchdog/region.conf", "opt/belvane/watchdog/ntpserver.conf",
                          "opt/belvane/firmware/bin/MCU_FIRMWARE_MATCH"]
-JOBS = ["lib/systemd/system/custodo.service", "etc/init/custodo.conf", "usr/share/custodo/inittab"]
-PROGRAMS = ["sbin/" + p for p in ("custodo", "custodo-memlog") if os.path.exists(program(p))]
+JOBS = ["lib/systemd/system/custodo.service", "usr/share/custodo/custodo.conf",
+        "usr/share/custodo/inittab"]
+PROGRAMS = [p for p in ("custodo", "custodo-memlog", "custodo-status") if os.path.exists(program(p))]
+ROBOT = CONFIGURATION + JOBS + ["sbin/" + p for p in PROGRAMS] + \
+    ["usr/share/man/man8/%s.8.gz" % p for p in PROGRAMS] + \
+    ["usr/share/doc/custodo/copyright", "usr/share/doc/custodo/changelog.gz",
+     "usr/share/lintian/overrides/custodo"]
 
 
 def files_below(root):
@@ -29,30 +34,73 @@ def job_setting(path, pattern):
     return next(g for g in re.search(pattern, open(path).read(), re.M).groups() if g)
 
 
-@pytest.fixture(scope="module")
-def prefix(tmp_path_factory):
-    root = tmp_path_factory.mktemp("prefix")
-    subprocess.run(["cmake", "--install", BUILD, "--prefix", root], check=True, capture_output=True)
+def install(component, root):
+    subprocess.run(["cmake", "--install", BUILD, "--prefix", root, "--component", component],
+                   check=True, capture_output=True)
     return str(root)
 
 
-def test_install_and_package_put_the_same_files_in_place(board, prefix, tmp_path):
-    assert files_below(prefix) == sorted(CONFIGURATION + JOBS + PROGRAMS)
+def dpkg(*args):
+    return subprocess.run(["dpkg", *map(str, args)], capture_output=True, text=True, check=True).stdout
+
+
+@pytest.fixture(scope="module")
+def prefix(tmp_path_factory):
+    return install("robot", tmp_path_factory.mktemp("prefix"))
+
+
+@pytest.fixture(scope="module")
+def packages(tmp_path_factory):
+    """The robot's package and the development one, both from this build for the checks, each
+    with the root it unpacks to."""
+    out = tmp_path_factory.mktemp("packages")
+    subprocess.run(["cpack", "-G", "DEB", "-B", out, "-D", "CPACK_COMPONENTS_ALL=robot;board",
+                    "--config", os.path.join(BUILD, "CPackConfig.cmake")], check=True,
+                   capture_output=True)
+    debs = {deb.name.split("_")[0]: deb for deb in out.glob("*.deb")}
+    for name, deb in debs.items():
+        dpkg("-x", deb, out / name)
+    return {name: (deb, out / name) for name, deb in debs.items()}
+
+
+def test_install_and_packages_put_the_same_files_in_place(board, prefix, packages, tmp_path):
+    assert files_below(prefix) == sorted(ROBOT)
     for path in CONFIGURATION:  # the sample a new board holds
         assert open(os.path.join(prefix, path)).read() == board.read(path), path
-
-    subprocess.run(["cpack", "-G", "DEB", "-B", tmp_path, "--config",
-                    os.path.join(BUILD, "CPackConfig.cmake")], check=True, capture_output=True)
-    [package] = [str(p) for p in tmp_path.glob("custodo_*.deb")]
-    unpacked = tmp_path / "root"
-    subprocess.run(["dpkg", "-x", package, unpacked], check=True)
-    assert files_below(unpacked) == files_below(prefix)
-    depends = subprocess.run(["dpkg-deb", "-f", package, "Depends"], capture_output=True, text=True,
-                             check=True).stdout
-    assert all(tool in depends for tool in ("procps", "psmisc", "sysvinit-utils"))
+    for name, component in [("custodo", "robot"), ("custodo-board", "board")]:
+        deb, unpacked = packages[name]
+        assert files_below(unpacked) == files_below(install(component, tmp_path / component))
+        linted = subprocess.run(["lintian", "--fail-on", "error,warning", deb],
+                                capture_output=True, text=True)
+        assert linted.returncode == 0, linted.stdout
+        assert all(tool in dpkg("-f", deb, "Depends") for tool in ("procps", "sysvinit"))
+    deb, unpacked = packages["custodo"]
+    assert dpkg("-I", deb, "conffiles").split() == sorted("/" + path for path in CONFIGURATION)
     # In the package the jobs name the robot's own paths.
     assert "ExecStart=/sbin/custodo /opt/belvane/watchdog\n" in \
         (unpacked / "lib/systemd/system/custodo.service").read_text()
+
+
+def test_an_upgrade_keeps_an_edited_process_list(packages, tmp_path):
+    deb, _ = packages["custodo"]
+    for d in ("info", "updates"):
+        os.makedirs(tmp_path / "var/lib/dpkg" / d)
+    (tmp_path / "var/lib/dpkg/status").touch()
+    edited = tmp_path / LISTS[0]
+    dpkg("--root", tmp_path, "--force-depends", "--install", deb)
+    edited.write_text(edited.read_text() + "mydaemon,mydaemon &,0,3,0\n")
+    # Installed again (dpkg treats a configuration file the same as on a newer version).
+    dpkg("--root", tmp_path, "--force-depends", "--install", deb)
+    assert "mydaemon" in edited.read_text()
+
+
+def test_the_development_package_runs_a_board_from_where_it_installs(board, packages):
+    board.command = str(packages["custodo-board"][1] / "usr/bin/custodo-board")
+    board.init()
+    board.run(env=FAST)
+    board.wait_console(PHASE_6)
+    assert board.read("bin/stubd", "rb") == \
+        (packages["custodo-board"][1] / "usr/libexec/custodo-board/custodo-stubd").read_bytes()
 
 
 def test_init_jobs_start_the_installed_supervisor_and_wait_out_its_stop(board, prefix):

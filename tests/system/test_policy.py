@@ -1,6 +1,7 @@
 """The opt-in policy of ProcessPolicy.conf: nothing without the file; readiness, heartbeat,
 restart back-off and memory cap with it; other processes' and malformed notifications dropped."""
 
+import json
 import os
 import re
 import socket
@@ -68,6 +69,9 @@ def test_readiness_ends_the_wait_and_others_change_nothing(board):
     own = [m for m in messages(board) if OWN_LINES.match(m)]
     assert len(own) == 5 and sum(m.startswith("notify: a message from pid") for m in own) == 1, own
     assert len(started(board, "AppBridge")) == 1
+    daemons = {d["name"]: d for d in json.loads(board.read("dev/shm/custodo-status.json"))["daemons"]}
+    assert "policy" not in daemons["chimer"] and daemons["AppBridge"]["policy"]["ready"]
+    assert daemons["AppBridge"]["policy"]["status"] is None and daemons["AppBridge"]["policy"]["heartbeat_age_s"] < 3
 
 
 @pytest.mark.parametrize("name, ask", [("AppBridge", ["hang"]), ("CoreCtl", ["say", "WATCHDOG=trigger"])])

@@ -11,7 +11,7 @@ endif
 # Debian packages for building, the simulated board, the tests, the manual pages and the Debian
 # packages (and their check), and the run-time tools the supervisor calls.
 PACKAGES := cmake g++ make pkg-config libasound2-dev alsa-utils libfuse3-dev fuse3 \
-	libubootenv-dev libubootenv-tool u-boot-tools libcap-dev libgtest-dev libjansson-dev \
+	libubootenv-dev libubootenv-tool u-boot-tools libcap-dev libgtest-dev libjansson-dev libinih-dev \
 	python3-pytest python3-pytest-xdist dpkg-dev systemd strace procps sysvinit-utils \
 	scdoc lintian
 
@@ -30,7 +30,7 @@ triplet_aarch64 := aarch64-linux-gnu
 triplet_armhf := arm-linux-gnueabihf
 debian_aarch64 := arm64
 debian_armhf := armhf
-CROSS_LIBS := libasound2-dev libubootenv-dev libfuse3-dev libgtest-dev libcap-dev libjansson-dev \
+CROSS_LIBS := libasound2-dev libubootenv-dev libfuse3-dev libgtest-dev libcap-dev libjansson-dev libinih-dev \
 	libstdc++6
 CROSS_PACKAGES := mmdebstrap qemu-user $(foreach a,$(CROSS),g++-$(triplet_$(a)))
 sysroot = $(abspath $(or $(SYSROOT_$(1)),build-$(1)/sysroot))

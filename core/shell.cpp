@@ -34,10 +34,10 @@ int log_exit_code(const char* cmdline, int code) {
   return code;
 }
 
-int run_logged(const char* cmdline, const char* const argv[]) {
+int run_logged(const char* cmdline, const char* const argv[], const char* variable) {
   struct sigaction kept = wait_for_children();
   log_line("tq_system: ", cmdline);
-  int status = run_child(argv);
+  int status = run_child(argv, nullptr, variable);
   sigaction(SIGCHLD, &kept, nullptr);
 
   if (status == -1) {
@@ -57,9 +57,9 @@ int run_logged(const char* cmdline, const char* const argv[]) {
 
 }  // namespace
 
-int tq_system(const char* cmdline) {
+int tq_system(const char* cmdline, const char* variable) {
   const char* const argv[] = {"/bin/sh", "-c", cmdline, nullptr};
-  return run_logged(cmdline, argv);
+  return run_logged(cmdline, argv, variable);
 }
 
 int tq_system_in_process(const char* cmdline, const std::function<int()>& work) {

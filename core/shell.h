@@ -7,8 +7,9 @@
 // Runs the command line through the shell and waits for it. Returns its exit code (0-255);
 // 255 when no shell could be run, and 0 for a shell ended by a signal. A daemon's command line
 // ends in "&": the shell puts the job in the background and exits, and the job is the init's
-// (or the nearest subreaper's), as on every robot.
-int tq_system(const char* cmdline);
+// (or the nearest subreaper's), as on every robot. With `variable` ("NAME=VALUE") the shell,
+// and so the job, has it in its environment; the log lines are the same.
+int tq_system(const char* cmdline, const char* variable = nullptr);
 
 // For a command line whose work the supervisor does itself: `work` runs between the lines
 // tq_system logs for the command line and returns the exit code that the command would have.

@@ -8,12 +8,29 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <cstring>
+#include <vector>
 
 #include "core/signals.h"
 
 extern char** environ;
 
-pid_t spawn_child(const char* const argv[], int* output, const char* dir) {
+namespace {
+
+// Our environment with `variable` set in it, replacing one of the same name.
+std::vector<char*> environment_with(const char* variable) {
+  size_t name_length = std::strchr(variable, '=') + 1 - variable;
+  std::vector<char*> list;
+  for (char** entry = environ; *entry != nullptr; ++entry)
+    if (std::strncmp(*entry, variable, name_length) != 0) list.push_back(*entry);
+  list.push_back(const_cast<char*>(variable));
+  list.push_back(nullptr);
+  return list;
+}
+
+}  // namespace
+
+pid_t spawn_child(const char* const argv[], int* output, const char* dir, const char* variable) {
   posix_spawnattr_t attributes;
   posix_spawnattr_init(&attributes);
   sigset_t all, none;
@@ -34,9 +51,11 @@ pid_t spawn_child(const char* const argv[], int* output, const char* dir) {
   // Whatever another thread opened without close-on-exec stays with the supervisor.
   posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
 
+  std::vector<char*> environment;
+  if (variable != nullptr) environment = environment_with(variable);
   pid_t pid = -1;
   int error = posix_spawnp(&pid, argv[0], &actions, &attributes, const_cast<char* const*>(argv),
-                           environ);
+                           variable != nullptr ? environment.data() : environ);
   posix_spawn_file_actions_destroy(&actions);
   posix_spawnattr_destroy(&attributes);
   if (output != nullptr) {
@@ -62,8 +81,8 @@ int wait_child(pid_t pid) {
   }
 }
 
-int run_child(const char* const argv[], const char* dir) {
-  pid_t pid = spawn_child(argv, nullptr, dir);
+int run_child(const char* const argv[], const char* dir, const char* variable) {
+  pid_t pid = spawn_child(argv, nullptr, dir, variable);
   return pid < 0 ? -1 : wait_child(pid);
 }
 

@@ -6,15 +6,17 @@
 #include <string>
 
 // Starts argv[0] (searched in PATH) with argv, in directory `dir` when given; with `output`,
-// its standard output goes to a pipe whose reading end is stored there. The child's pid, or
+// its standard output goes to a pipe whose reading end is stored there; with `variable`
+// ("NAME=VALUE"), the child's environment is ours with that variable set. The child's pid, or
 // -1 with errno set.
-pid_t spawn_child(const char* const argv[], int* output = nullptr, const char* dir = nullptr);
+pid_t spawn_child(const char* const argv[], int* output = nullptr, const char* dir = nullptr,
+                  const char* variable = nullptr);
 
 // Waits for the child to end: its wait status, or -1.
 int wait_child(pid_t pid);
 
 // Runs argv and returns its wait status; -1 when it could not be started (errno set).
-int run_child(const char* const argv[], const char* dir = nullptr);
+int run_child(const char* const argv[], const char* dir = nullptr, const char* variable = nullptr);
 
 // Runs argv and collects its standard output (at most `limit` bytes are kept); the wait status.
 int run_child_output(const char* const argv[], std::string* output, size_t limit);

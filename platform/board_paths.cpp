@@ -41,6 +41,7 @@ constexpr Entry kPaths[] = {
     {BoardPath::UserSounds, "/mnt/data/belvane/sounds/", nullptr},
     {BoardPath::FwEnvConfig, "/etc/fw_env.config", nullptr},
     {BoardPath::IpcSocketDir, "/run/nodeipc", nullptr},
+    {BoardPath::NotifySocket, "/run/custodo/notify", nullptr},
     {BoardPath::StatLog, "/var/log/tqstat.log", "/sim/tqstat.log"},
 };
 

@@ -30,6 +30,7 @@ enum class BoardPath {
   UserSounds,        // /mnt/data/belvane/sounds/
   FwEnvConfig,       // /etc/fw_env.config
   IpcSocketDir,      // /run/nodeipc
+  NotifySocket,      // /run/custodo/notify
   StatLog,           // /var/log/tqstat.log (sim/tqstat.log on the simulated board)
   Count
 };

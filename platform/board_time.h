@@ -23,6 +23,14 @@ uint64_t board_counter_ms(uint64_t word);
 // Milliseconds of board time since some fixed moment, never set back.
 int64_t board_monotonic_ms();
 
+// How many times faster board time runs than the host's: 1 on the robot.
+unsigned board_timescale();
+
+// Waits up to `ms` milliseconds of board time for `fd` to become readable, as board_sleep
+// sleeps (signals resume it, the hook is told): 1 when it became readable, 0 when the time ran
+// out or the wait failed.
+int board_wait_readable(int fd, unsigned ms);
+
 // Arms ITIMER_REAL with a first expiry and an interval of `seconds`; setitimer's result.
 int board_interval_timer(unsigned seconds);
 

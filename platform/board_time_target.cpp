@@ -27,6 +27,8 @@ int board_interval_timer(unsigned seconds) {
 
 uint64_t board_counter_ms(uint64_t word) { return word; }
 
+unsigned board_timescale() { return 1; }
+
 int64_t board_monotonic_ms() {
   timespec now{};
   clock_gettime(CLOCK_MONOTONIC, &now);

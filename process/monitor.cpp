@@ -3,6 +3,7 @@
 #include "core/log_line.h"
 #include "crash/crash_stat.h"
 #include "process/daemon_roles.h"
+#include "process/policy.h"
 #include "process/process_management.h"
 #include "process/update_phase.h"
 #include "status/snapshot.h"
@@ -29,6 +30,7 @@ int RobotProcessManagement::InitialMonitor() {
 }
 
 MonitorResult RobotProcessManagement::Monitor() {
+  policy_check(*this);
   MonitorResult result = MONITOR_ALL_WELL;
   for (ProcessInfo& entry : processes) {
     bool is_appbridge = daemon_role::is_app_bridge(entry.Name);
@@ -40,20 +42,25 @@ MonitorResult RobotProcessManagement::Monitor() {
       status_daemon(entry.Name, DaemonState::HeldBack);
       continue;
     }
+    RestartTurn turn = policy_restart_turn(entry.Name);
+    if (turn == RESTART_WAITS) continue;
     bool is_upgrader = daemon_role::is_upgrader(entry.Name);
-    // The update process ends by itself once its phase is done: it is looked for quietly.
-    if (!is_upgrader) log_line("Process: ", entry.pid, " ", entry.Name, " disappeared??");
-    if (is_appbridge) appbridge_alive.store(0, std::memory_order_relaxed);
+    if (turn == RESTART_AS_DESCRIBED) {
+      // The update process ends by itself once its phase is done: it is looked for quietly.
+      if (!is_upgrader) log_line("Process: ", entry.pid, " ", entry.Name, " disappeared??");
+      if (is_appbridge) appbridge_alive.store(0, std::memory_order_relaxed);
 
-    if (ReCheck(entry)) continue;
-    status_daemon(entry.Name, DaemonState::Vanished);
-    if (entry.KeyProc == 1) {
-      log_line("key process crash, restart all");
-      stat_crash(entry.Name);
-      return MONITOR_KEY_PROCESS_LOST;
+      if (ReCheck(entry)) continue;
+      status_daemon(entry.Name, DaemonState::Vanished);
+      if (entry.KeyProc == 1) {
+        log_line("key process crash, restart all");
+        stat_crash(entry.Name);
+        return MONITOR_KEY_PROCESS_LOST;
+      }
+      // StartProc reports the update process's relaunches itself.
+      if (!is_upgrader) stat_crash(entry.Name);
+      if (policy_put_off_restart(entry.Name)) continue;
     }
-    // StartProc reports the update process's relaunches itself.
-    if (!is_upgrader) stat_crash(entry.Name);
     // The restart goes through a copy: the list keeps the old id until InitialMonitor runs.
     ProcessInfo rec = entry;
     if (StartProc(rec) == 1) {

@@ -2,6 +2,7 @@
 
 #include "core/log_line.h"
 #include "process/exit_watch.h"
+#include "process/policy.h"
 #include "process/own_processes.h"
 #include "process/process_management.h"
 #include "status/snapshot.h"
@@ -31,6 +32,7 @@ int RobotProcessManagement::ReCheck(ProcessInfo& rec) {
   if (id >= 1) {
     rec.pid = id;
     exit_watch_follow(processes);
+    policy_follow(processes);
     status_pids(processes);
     log_line("pid of ", rec.Name, " :", id);
     return 1;
@@ -41,5 +43,6 @@ int RobotProcessManagement::ReCheck(ProcessInfo& rec) {
 void RobotProcessManagement::CheckAllProcess() {
   for (ProcessInfo& rec : processes) rec.pid = PidOf(rec.Name.c_str());
   exit_watch_follow(processes);
+  policy_follow(processes);
   status_pids(processes);
 }

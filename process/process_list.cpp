@@ -7,6 +7,7 @@
 #include "core/log_line.h"
 #include "core/process_end.h"
 #include "process/daemon_roles.h"
+#include "process/policy.h"
 #include "process/process_management.h"
 #include "status/snapshot.h"
 
@@ -84,4 +85,5 @@ void RobotProcessManagement::InitialConfig(const std::string& path) {
   std::free(text);
   std::fclose(file);
   status_list(path, processes);
+  policy_load(path, processes);
 }

@@ -43,6 +43,8 @@ class RobotProcessManagement {
 
   // stop.cpp
   int KillAllProcess(KILL_ACTION action);
+  // One daemon, as KillAllProcess stops each: 1 when it was waited for and ended.
+  int StopProcess(const ProcessInfo& rec, KILL_ACTION action);
   // The polite signal, SIGHUP, or SIGKILL to the parent of a zombie.
   int SingleProcessHandler(int pid);
   int WaitProcessEnd(int pid, int timeout);

@@ -31,26 +31,7 @@ int RobotProcessManagement::KillAllProcess(KILL_ACTION action) {
   exit_watch_end();
   // Last started first.
   for (auto it = processes.rbegin(); it != processes.rend(); ++it) {
-    ProcessInfo& rec = *it;
-    int pid = rec.pid;
-    if (pid < 1) continue;
-    log_line("Kill Process: ", pid, " ", rec.Name);
-    status_daemon(rec.Name, DaemonState::Stopping);
-    note_progress();
-    SingleProcessHandler(pid);
-    if (waits_for_end(action, rec.Name)) {
-      if (WaitProcessEnd(pid, rec.KillTimeout) == 1) {
-        log_line("Done.");
-        status_daemon(rec.Name, DaemonState::Stopped);
-        rec.pid = 0;
-      } else {
-        log_line("Timeout.........try kill -9");
-        kill(pid, SIGKILL);
-      }
-    } else if (action == KILL_NOW || action == KILL_WAIT_LOGD) {
-      log_line("force kill -9");
-      kill(pid, SIGKILL);
-    }
+    if (it->pid >= 1 && StopProcess(*it, action) == 1) it->pid = 0;
   }
 
   board_sleep(1);
@@ -64,6 +45,27 @@ int RobotProcessManagement::KillAllProcess(KILL_ACTION action) {
   }
   log_line("done.");
   status_all_stopped();
+  return 0;
+}
+
+int RobotProcessManagement::StopProcess(const ProcessInfo& rec, KILL_ACTION action) {
+  int pid = rec.pid;
+  log_line("Kill Process: ", pid, " ", rec.Name);
+  status_daemon(rec.Name, DaemonState::Stopping);
+  note_progress();
+  SingleProcessHandler(pid);
+  if (waits_for_end(action, rec.Name)) {
+    if (WaitProcessEnd(pid, rec.KillTimeout) == 1) {
+      log_line("Done.");
+      status_daemon(rec.Name, DaemonState::Stopped);
+      return 1;
+    }
+    log_line("Timeout.........try kill -9");
+    kill(pid, SIGKILL);
+  } else if (action == KILL_NOW || action == KILL_WAIT_LOGD) {
+    log_line("force kill -9");
+    kill(pid, SIGKILL);
+  }
   return 0;
 }
 

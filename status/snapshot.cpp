@@ -28,6 +28,7 @@ struct Daemon {
   int restarts = 0;
   std::string since;
   std::optional<std::string> last_vanished;
+  std::optional<PolicyReport> policy;
 };
 
 struct Clock {
@@ -95,9 +96,19 @@ json_t* number(const std::optional<int>& value) {
   return value ? json_integer(*value) : json_null();
 }
 
+json_t* policy_json(const PolicyReport& p) {
+  return json_pack("{s:b, s:o, s:o, s:i, s:o, s:o}",
+                   "ready", p.ready,
+                   "heartbeat_age_s", number(p.heartbeat_age_s),
+                   "status", p.status.empty() ? json_null() : text(p.status),
+                   "backoff_s", p.backoff_s,
+                   "resident_kib", number(p.resident_kib),
+                   "memory_max_kib", number(p.memory_max_kib));
+}
+
 // The keys in the order of the file, a key and its value a line.
 json_t* daemon_json(const Daemon& d) {
-  return json_pack("{s:o, s:b, s:o, s:s, s:i, s:i, s:s, s:o}",
+  json_t* json = json_pack("{s:o, s:b, s:o, s:s, s:i, s:i, s:s, s:o}",
                    "name", text(d.name),
                    "key", d.key,
                    "pid", number(known_if(d.pid > 0, d.pid)),
@@ -106,6 +117,8 @@ json_t* daemon_json(const Daemon& d) {
                    "restarts", d.restarts,
                    "since", d.since.c_str(),
                    "last_vanished", text(d.last_vanished));
+  if (json != nullptr && d.policy) json_object_set_new(json, "policy", policy_json(*d.policy));
+  return json;
 }
 
 json_t* clock_json(const std::optional<Clock>& clock) {
@@ -303,6 +316,12 @@ void status_daemon_started(const std::string& name, bool by_check) {
 void status_daemon(const std::string& name, DaemonState state) {
   apply([&](Snapshot& s) {
     return each_named(s, name, [&](Daemon& d) { return change_state(d, state); });
+  });
+}
+
+void status_policy(const std::string& name, const PolicyReport& report) {
+  apply([&](Snapshot& s) {
+    return each_named(s, name, [&](Daemon& d) { return set(d.policy, std::optional<PolicyReport>(report)); });
   });
 }
 

@@ -3,6 +3,8 @@
 // that changed it; the file is rewritten only when a value really changed, never on a timer.
 #pragma once
 #include <deque>
+#include <optional>
+#include <tuple>
 #include <string>
 
 #include "process/process_management.h"
@@ -36,3 +38,18 @@ void status_daemon_started(const std::string& name, bool by_check);
 void status_daemon(const std::string& name, DaemonState state);
 // The stop of every daemon is done.
 void status_all_stopped();
+
+// Beyond the described behaviour: a daemon with a rule of the policy file (process/policy.h), as
+// the last check saw it. Daemons without one have no "policy" in the snapshot.
+struct PolicyReport {
+  bool ready = false;
+  std::optional<int> heartbeat_age_s;  // since its last WATCHDOG=1; none from this process yet
+  std::string status;                  // its last STATUS=
+  int backoff_s = 0;                   // the restart delay in force
+  std::optional<int> resident_kib, memory_max_kib;
+  bool operator==(const PolicyReport& o) const {
+    return std::tie(ready, heartbeat_age_s, status, backoff_s, resident_kib, memory_max_kib) ==
+           std::tie(o.ready, o.heartbeat_age_s, o.status, o.backoff_s, o.resident_kib, o.memory_max_kib);
+  }
+};
+void status_policy(const std::string& name, const PolicyReport& report);

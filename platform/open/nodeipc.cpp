@@ -6,7 +6,6 @@
 #include "platform/nodeipc.h"
 
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -16,6 +15,7 @@
 #include <string>
 
 #include "platform/board_paths.h"
+#include "platform/group_socket.h"
 
 namespace {
 
@@ -46,38 +46,15 @@ int close_failed(int fd) {
   return -1;
 }
 
-// The directory as the installation made it, or made now (0755) on a board that has none.
-bool socket_dir(struct stat* dir) {
-  const char* path = board_path(BoardPath::IpcSocketDir);
-  if (mkdir(path, 0755) == 0 && chmod(path, 0755) < 0) return false;
-  return stat(path, dir) == 0;
-}
-
-// The socket is bound in a directory of our own (0700, a name nobody can guess) and given its
-// group and mode there, where nobody else can reach it or put a link in its place; then it is
-// renamed onto the module's name (replacing a file left by an earlier run). So no sender ever
-// finds it open to everyone, and the group and mode never land on another file.
+// The socket's group and mode are set before it takes the module's name (group_socket.h).
 int bind_receive_socket() {
   std::lock_guard<std::mutex> lock(bind_mutex);
   if (receive_fd >= 0) return receive_fd;
-  struct stat dir;
   sockaddr_un addr;
-  sockaddr_un temporary;
-  std::string own_dir = std::string(board_path(BoardPath::IpcSocketDir)) + "/.XXXXXX";
-  if (!socket_dir(&dir) || !socket_address(static_cast<unsigned>(nodeipc_module), &addr) ||
-      mkdtemp(&own_dir[0]) == nullptr)
-    return -1;
-  int fd = -1;
-  bool bound = set_address(&temporary, own_dir + "/s") &&
-               (fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) >= 0 &&
-               bind(fd, reinterpret_cast<sockaddr*>(&temporary), sizeof temporary) == 0 &&
-               (dir.st_gid == getegid() || chown(temporary.sun_path, static_cast<uid_t>(-1), dir.st_gid) == 0) &&
-               chmod(temporary.sun_path, 0660) == 0 && rename(temporary.sun_path, addr.sun_path) == 0;
-  int error = errno;
-  unlink(temporary.sun_path);
-  rmdir(own_dir.c_str());
-  errno = error;
-  if (!bound) return fd >= 0 ? close_failed(fd) : -1;
+  if (!socket_address(static_cast<unsigned>(nodeipc_module), &addr)) return -1;
+  int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  if (fd < 0) return -1;
+  if (bind_group_socket(fd, addr.sun_path) != 0) return close_failed(fd);
   receive_fd = fd;
   return fd;
 }

@@ -40,7 +40,9 @@ const Command kCommands[] = {
     {"release", cmd_release, "release DIR                   release a held restart"},
     {"daemon", cmd_daemon, "daemon DIR NAME MODE          stub daemon behaviour: hup-exit, "
                            "hup-ignore, stuck, zombie,\n"
-                           "                                or listen MODULE (record its packets)"},
+                           "                                or listen MODULE (record its packets);\n"
+                           "                                ready S, watchdog S: READY=1 after, WATCHDOG=1 every\n"
+                           "                                S s; on a running one: hang, grow MIB, say TEXT"},
     {"unstick", cmd_unstick, "unstick DIR                   answer the waiting stuck reads"},
     {"ntpdate", cmd_ntpdate, "ntpdate DIR push TEXT | hold | release\n"
                              "                                queue an ntpdate answer, hold calls"},

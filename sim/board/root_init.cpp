@@ -92,13 +92,14 @@ void populate(Layout& at, const std::string& root) {
   // The directories the board's files lie in, and those a new board holds empty.
   for (BoardPath file : {BoardPath::FailureCount, BoardPath::McuFirmwareMatch, BoardPath::CpuScript,
                          BoardPath::BootReason, BoardPath::McuReady, BoardPath::QuomNetlinkConf,
-                         BoardPath::FwEnvConfig})
+                         BoardPath::FwEnvConfig, BoardPath::NotifySocket})
     at.dir(parent_of(board_relative_path(file)));
   for (BoardPath dir : {BoardPath::SharedMemoryDir, BoardPath::UpdatePackageDir,
                         BoardPath::UserSounds, BoardPath::IpcSocketDir})
     at.dir(board_relative_path(dir));
   at.dir(parent_of(root_files::factory_prompt_path()));
-  for (const char* d : {"bin", "lib", "sim/mcu", "sim/sound", "sim/stubs", "sim/ntpdate/queue", "sim/fuse"})
+  for (const char* d : {"bin", "lib", "sim/mcu", "sim/sound", sim::kStubModes, sim::kStubNotify,
+                        sim::kStubRequests, "sim/ntpdate/queue", "sim/fuse"})
     at.dir(d);
   // First: the lock file marks a board root, so that a failed init can be run again.
   at.file(sim::kLock, "");

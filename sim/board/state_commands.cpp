@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <sstream>
 
 #include "sim/board/boot.h"
 #include "sim/board/commands.h"
@@ -65,6 +66,35 @@ std::string next_queue_name(const std::string& queue) {
   char name[24];
   std::snprintf(name, sizeof name, "%06ld", highest + 1);
   return name;
+}
+
+// What the stub daemon NAME tells the supervisor from its next start: READY=1 after, or
+// WATCHDOG=1 every, so many seconds of board time; the other setting stays.
+int set_notify(const std::string& dir, const std::string& name, const std::string& key, const std::string& value) {
+  char* end = nullptr;
+  double seconds = std::strtod(value.c_str(), &end);
+  if (value.empty() || *end != '\0' || !(seconds >= 0 && seconds <= 86400) || (key == "watchdog" && seconds == 0))
+    return fail("bad seconds: " + value + " (0 to 86400, more than 0 for watchdog)");
+  std::string root;
+  if (need_root(dir, &root) != 0) return 1;
+  std::string path = sim::file(sim::kStubNotify) + "/" + name;
+  std::string kept, line;
+  std::istringstream old(sim::read_file(path));
+  while (std::getline(old, line))
+    if (line.rfind(key + " ", 0) != 0) kept += line + "\n";
+  if (!write_file(path, kept + key + " " + value + "\n")) return fail("cannot write " + path);
+  return 0;
+}
+
+// A request to the running stub daemon NAME, taken on SIGUSR2.
+int ask_daemon(const std::string& dir, const std::string& name, const std::string& word, const Args& args) {
+  unsigned long long mib = 0;
+  if (word == "grow" && (!parse_number(args[3], 4096, &mib) || mib == 0)) return fail("bad MiB: " + args[3]);
+  std::string root;
+  if (need_running_board(dir, &root) != 0) return 1;
+  std::string path = sim::file(sim::kStubRequests) + "/" + name;
+  if (!write_file(path, word + (args.size() == 4 ? " " + args[3] : "") + "\n")) return fail("cannot write " + path);
+  return cmd_kill({dir, name, "USR2"});
 }
 
 }  // namespace
@@ -134,24 +164,27 @@ int cmd_release(const Args& args) {
 }
 
 int cmd_daemon(const Args& args) {
-  bool listen = args.size() >= 3 && args[2] == "listen";
-  if (args.size() != (listen ? 4u : 3u))
-    return fail("usage: custodo-board daemon DIR NAME MODE, or DIR NAME listen MODULE");
+  std::string word = args.size() >= 3 ? args[2] : "";
+  bool with_value = word == "listen" || word == "ready" || word == "watchdog" || word == "grow" || word == "say";
+  if (args.size() != (with_value ? 4u : 3u))
+    return fail("usage: custodo-board daemon DIR NAME MODE | listen MODULE | ready S | watchdog S | hang | "
+                "grow MIB | say TEXT");
   const std::string& name = args[1];
-  std::string mode = args[2];
-  bool known = false;
-  for (const char* m : kStubModes) known = known || mode == m;
-  if (!known)
-    return fail("unknown mode " + mode + " (hup-exit, hup-ignore, stuck, zombie, listen)");
-  unsigned long long module = 0;
-  if (listen && !parse_number(args[3], 255, &module)) return fail("bad module: " + args[3]);
-  if (listen) mode += " " + std::to_string(module);
   if (name.empty() || name.find('/') != std::string::npos || name[0] == '.')
     return fail("bad daemon name: " + name);
+  if (word == "hang" || word == "grow" || word == "say") return ask_daemon(args[0], name, word, args);
+  if (word == "ready" || word == "watchdog") return set_notify(args[0], name, word, args[3]);
+  bool known = false;
+  for (const char* m : kStubModes) known = known || word == m;
+  if (!known)
+    return fail("unknown mode " + word + " (hup-exit, hup-ignore, stuck, zombie, listen)");
+  unsigned long long module = 0;
+  if (word == "listen" && !parse_number(args[3], 255, &module)) return fail("bad module: " + args[3]);
+  if (word == "listen") word += " " + std::to_string(module);
   std::string root;
   if (need_root(args[0], &root) != 0) return 1;
   std::string path = sim::file(sim::kStubModes) + "/" + name;
-  if (!write_file(path, mode + "\n")) return fail("cannot write " + path);
+  if (!write_file(path, word + "\n")) return fail("cannot write " + path);
   return 0;
 }
 

@@ -34,6 +34,8 @@ int board_interval_timer(unsigned seconds) {
 
 uint64_t board_counter_ms(uint64_t word) { return sim::counter_from_word(word); }
 
+unsigned board_timescale() { return sim::timescale(); }
+
 int64_t board_monotonic_ms() { return sim::host_monotonic_us() / 1000 * sim::timescale(); }
 
 int board_gettimeofday(struct timeval* tv, struct timezone* tz) {

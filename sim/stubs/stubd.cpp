@@ -10,17 +10,30 @@
 //                       "<name>-parent" and never reaps it, so the child's end leaves a zombie
 //   listen MODULE       as hup-exit, and receives on the module's IPC socket through the open
 //                       IPC library, recording each packet as "receive 0xID LENGTH PAYLOAD"
+// With NOTIFY_SOCKET in its environment it also speaks the notification protocol as the file
+// sim/stubs-notify/<name> says: "ready S" sends READY=1 S seconds of board time after its start,
+// "watchdog S" sends WATCHDOG=1 at its start and every S seconds; each message is recorded as
+// "notify TEXT". On SIGUSR2 it takes the request in sim/stubs-requests/<name>: "hang" (it sends
+// nothing more of its own), "grow MIB" (that much more memory, written to), "say TEXT" (sends
+// TEXT), recorded as "request ..." once done; without a request, SIGUSR2 ends it as before.
 // Other signals end it as their default action would.
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
+#include <cmath>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <fstream>
+#include <sstream>
 #include <string>
 
 #include "platform/nodeipc.h"
@@ -48,6 +61,78 @@ std::string read_mode(int* module) {
   return mode.empty() ? "hup-exit" : mode;
 }
 
+// The notification protocol: what the file says, and the requests on a running stub.
+double ready_s = -1;
+double watchdog_s = 0;
+std::atomic<bool> hung{false};
+
+void read_notify_settings() {
+  std::ifstream in(sim::file(sim::kStubNotify) + "/" + name);
+  std::string key;
+  double seconds;
+  while (in >> key >> seconds) (key == "ready" ? ready_s : watchdog_s) = seconds;
+}
+
+void send_notification(const std::string& text) {
+  const char* path = std::getenv("NOTIFY_SOCKET");
+  sockaddr_un addr{};
+  addr.sun_family = AF_UNIX;
+  if (path == nullptr || std::strlen(path) >= sizeof addr.sun_path) return note("notify: no socket for " + text);
+  std::strcpy(addr.sun_path, path);
+  int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  bool sent = fd >= 0 && sendto(fd, text.data(), text.size(), 0, reinterpret_cast<sockaddr*>(&addr), sizeof addr) >= 0;
+  if (fd >= 0) close(fd);
+  note((sent ? "notify " : "notify failed: ") + text);
+}
+
+// Board time from the host's monotonic clock.
+timespec board_moment(double seconds_from_now) {
+  timespec now;
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  double at = now.tv_sec + now.tv_nsec / 1e9 + seconds_from_now / sim::timescale();
+  return timespec{static_cast<time_t>(at), static_cast<long>((at - std::floor(at)) * 1e9)};
+}
+
+void* speak(void*) {
+  double since_start = 0;
+  double next_ready = ready_s, next_watchdog = watchdog_s > 0 ? 0 : -1;
+  while (next_ready >= 0 || next_watchdog >= 0) {
+    double next = next_ready < 0 ? next_watchdog : next_watchdog < 0 ? next_ready : std::min(next_ready, next_watchdog);
+    timespec at = board_moment(next - since_start);
+    while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &at, nullptr) == EINTR) {
+    }
+    since_start = next;
+    if (hung) return nullptr;
+    if (next == next_ready) {
+      send_notification("READY=1");
+      next_ready = -1;
+    }
+    if (next == next_watchdog) {
+      send_notification("WATCHDOG=1");
+      next_watchdog += watchdog_s;
+    }
+  }
+  return nullptr;
+}
+
+std::string grown;  // what "grow" asked for, kept
+
+bool take_request() {
+  std::string path = sim::file(sim::kStubRequests) + "/" + name;
+  std::string request = sim::read_file(path);
+  if (request.empty() || unlink(path.c_str()) != 0) return false;
+  if (request.back() == '\n') request.pop_back();
+  std::istringstream words(request);
+  std::string word;
+  words >> word;
+  if (word == "hang") hung = true;
+  long mib = word == "grow" ? std::atol(request.c_str() + 5) : 0;
+  if (mib > 0) grown.append(static_cast<size_t>(mib) << 20, 'x');
+  if (word == "say") send_notification(request.substr(4));
+  note("request " + request);  // done
+  return true;
+}
+
 bool ignored_by_default(int sig) {
   return sig == SIGCHLD || sig == SIGWINCH || sig == SIGURG || sig == SIGCONT;
 }
@@ -65,7 +150,7 @@ bool ignored_by_default(int sig) {
       note("exit 0");
       _exit(0);  // at once: a receiving thread may still be at work
     }
-    if (sig == SIGHUP || ignored_by_default(sig)) continue;
+    if (sig == SIGHUP || ignored_by_default(sig) || (sig == SIGUSR2 && take_request())) continue;
     sigset_t one;
     sigemptyset(&one);
     sigaddset(&one, sig);
@@ -149,5 +234,8 @@ int main(int argc, char** argv) {
   if (mode == "stuck") stay_stuck();
   if (mode == "zombie") leave_zombie(argc, argv);
   if (mode == "listen") listen(module);
+  read_notify_settings();
+  pthread_t speaker;
+  if ((ready_s >= 0 || watchdog_s > 0) && pthread_create(&speaker, nullptr, speak, nullptr) != 0) note("cannot speak");
   serve(mode == "hup-ignore");
 }

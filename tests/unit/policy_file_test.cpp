@@ -3,8 +3,7 @@
 #include "platform/board_paths.h"
 #include "process/notify_socket.h"
 #include "process/policy_file.h"
-#include "tests/unit/captured_log.h"
-#include "tests/unit/text_file.h"
+#include "tests/unit/helpers.h"
 
 namespace {
 

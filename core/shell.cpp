@@ -2,7 +2,6 @@
 
 #include <sys/wait.h>
 
-#include <csignal>
 
 #include "core/log_line.h"
 #include "core/spawn.h"
@@ -12,17 +11,6 @@ namespace {
 
 // What the shell's redirection creates under the usual umask (022).
 constexpr mode_t kRedirectionMode = 0644;
-
-// A child must be waited for, whatever the caller did with SIGCHLD: an ignored SIGCHLD would
-// reap it unseen. Returns the disposition to put back.
-struct sigaction wait_for_children() {
-  struct sigaction fallback{};
-  struct sigaction kept{};
-  fallback.sa_handler = SIG_DFL;
-  sigemptyset(&fallback.sa_mask);
-  sigaction(SIGCHLD, &fallback, &kept);
-  return kept;
-}
 
 int log_exit_code(const char* cmdline, int code) {
   if (code == 0) {
@@ -35,10 +23,8 @@ int log_exit_code(const char* cmdline, int code) {
 }
 
 int run_logged(const char* cmdline, const char* const argv[], const char* variable) {
-  struct sigaction kept = wait_for_children();
   log_line("tq_system: ", cmdline);
   int status = run_child(argv, nullptr, variable);
-  sigaction(SIGCHLD, &kept, nullptr);
 
   if (status == -1) {
     // "%s" stands in the line as it is, followed by the command line: the robots' log readers
@@ -74,8 +60,6 @@ int tq_system_publish(const char* cmdline, const char* path, const std::string& 
 }
 
 int run_program(const char* dir, const char* const argv[]) {
-  struct sigaction kept = wait_for_children();
   int status = run_child(argv, dir);
-  sigaction(SIGCHLD, &kept, nullptr);
   return status != -1 && WIFEXITED(status) ? WEXITSTATUS(status) : 255;
 }

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <mutex>
 #include <vector>
 
 #include "core/signals.h"
@@ -16,6 +17,24 @@
 extern char** environ;
 
 namespace {
+
+std::mutex children_lock;
+int children = 0;  // started and not yet waited for
+struct sigaction before_children;
+
+void child_starts() {
+  std::lock_guard<std::mutex> hold(children_lock);
+  if (children++ > 0) return;
+  struct sigaction fallback {};
+  fallback.sa_handler = SIG_DFL;
+  sigemptyset(&fallback.sa_mask);
+  sigaction(SIGCHLD, &fallback, &before_children);
+}
+
+void child_waited() {
+  std::lock_guard<std::mutex> hold(children_lock);
+  if (--children == 0) sigaction(SIGCHLD, &before_children, nullptr);
+}
 
 // Our environment with `variable` set in it, replacing one of the same name.
 std::vector<char*> environment_with(const char* variable) {
@@ -47,6 +66,7 @@ pid_t spawn_child(const char* const argv[], int* output, const char* dir, const 
     if (pipe2(pipe_ends, O_CLOEXEC) != 0) return -1;
     posix_spawn_file_actions_adddup2(&actions, pipe_ends[1], STDOUT_FILENO);
   }
+  child_starts();
   if (dir != nullptr) posix_spawn_file_actions_addchdir_np(&actions, dir);
   // Whatever another thread opened without close-on-exec stays with the supervisor.
   posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
@@ -66,6 +86,7 @@ pid_t spawn_child(const char* const argv[], int* output, const char* dir, const 
       close(pipe_ends[0]);
   }
   if (error != 0) {
+    child_waited();
     errno = error;
     return -1;
   }
@@ -75,10 +96,15 @@ pid_t spawn_child(const char* const argv[], int* output, const char* dir, const 
 int wait_child(pid_t pid) {
   int status = 0;
   for (;;) {
-    if (waitpid(pid, &status, 0) == pid) return status;
-    if (errno != EINTR) return -1;
+    if (waitpid(pid, &status, 0) == pid) break;
+    if (errno != EINTR) {
+      status = -1;
+      break;
+    }
     stop_if_requested();
   }
+  child_waited();
+  return status;
 }
 
 int run_child(const char* const argv[], const char* dir, const char* variable) {

@@ -14,6 +14,8 @@ namespace {
 constexpr key_t kQueueKey = static_cast<key_t>(0x80001000);
 // Only the supervisor posts: anyone who could would power the robot off.
 constexpr int kQueueMode = 0600;
+constexpr long kEventType = 1;
+constexpr long kWakeType = 2;  // carries no event
 
 struct EventMessage {
   long type;
@@ -48,7 +50,7 @@ int own_queue() {
 }  // namespace
 
 int OS_SendQueue(int event) {
-  EventMessage message{1, event, {}};
+  EventMessage message{kEventType, event, {}};
   return msgsnd(queue(), &message, sizeof message.id, IPC_NOWAIT) == 0 ? 1 : 0;
 }
 
@@ -61,7 +63,8 @@ int OS_RecvQueue(int* event, int flags) {
     ssize_t size = msgrcv(id, &message, sizeof message.id + sizeof message.excess, 0,
                           flags | MSG_NOERROR);
     if (size >= 0) {
-      if (message.type == 1 && size <= static_cast<ssize_t>(sizeof message.id)) {
+      if (message.type == kWakeType && size == 0) continue;
+      if (message.type == kEventType && size <= static_cast<ssize_t>(sizeof message.id)) {
         *event = message.id;
         return 1;
       }
@@ -75,4 +78,9 @@ int OS_RecvQueue(int* event, int flags) {
     log_line("OS_RecvQueue Error!");
     return 0;
   }
+}
+
+void wake_event_wait() {
+  long type = kWakeType;
+  msgsnd(queue(), &type, 0, IPC_NOWAIT);
 }

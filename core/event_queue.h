@@ -13,3 +13,7 @@ enum EventId {
 int OS_SendQueue(int event);
 // `flags` 0 waits for an event; 1 when one was received.
 int OS_RecvQueue(int* event, int flags);
+
+// Makes a wait for an event come back without one, to look at a stop request; safe in a
+// signal handler. Left unread, it is passed over by the next run's first wait.
+void wake_event_wait();

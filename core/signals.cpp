@@ -1,11 +1,15 @@
 #include "core/signals.h"
 
+#include <poll.h>
 #include <pthread.h>
+#include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
+#include <cstdint>
 
+#include "core/event_queue.h"
 #include "core/liveness.h"
 #include "platform/board_time.h"
 
@@ -21,6 +25,7 @@ void (*stop_sequence)(int signal) = nullptr;
 std::atomic<int> requested{0};  // the first stop signal
 std::atomic<bool> forwarded{false};
 std::atomic<bool> stopping{false};
+int wake_fd = -1;  // readable once a stop is requested
 
 bool is_fault(int signal) {
   for (int fault : kFaultSignals)
@@ -44,7 +49,12 @@ void stop(int signal) {
 void on_signal(int signal, siginfo_t* info, void*) {
   int saved = errno;
   int none = 0;
-  requested.compare_exchange_strong(none, signal);
+  if (requested.compare_exchange_strong(none, signal)) {
+    // A wait the main thread is about to begin comes back at once.
+    uint64_t one = 1;
+    [[maybe_unused]] ssize_t woken = write(wake_fd, &one, sizeof one);
+    wake_event_wait();
+  }
   bool fault = raised_here(signal, info);
   if (!pthread_equal(pthread_self(), main_thread)) {
     forwarded = true;
@@ -65,11 +75,18 @@ void on_signal(int signal, siginfo_t* info, void*) {
   errno = saved;
 }
 
+// What wakes a wait of this thread for a stop request: -1 but on the main thread before the
+// stop sequence runs, whose own waits must last.
+int stop_wake_fd() {
+  return stopping || !pthread_equal(pthread_self(), main_thread) ? -1 : wake_fd;
+}
+
 // Sleeps of the main thread give way to a stop request, and count as progress.
-void main_thread_sleeps(BoardSleepEvent event) {
-  if (!pthread_equal(pthread_self(), main_thread)) return;
+int main_thread_sleeps(BoardSleepEvent event) {
+  if (!pthread_equal(pthread_self(), main_thread)) return -1;
   if (event != kSleepEnds) stop_if_requested();
   described_wait(event != kSleepEnds);
+  return stop_wake_fd();
 }
 
 }  // namespace
@@ -84,6 +101,7 @@ void main_thread_signals(sigset_t* set) {
 int install_stop_signals(void (*sequence)(int signal)) {
   main_thread = pthread_self();
   stop_sequence = sequence;
+  wake_fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   board_sleep_hook = main_thread_sleeps;
   struct sigaction action {};
   action.sa_sigaction = on_signal;
@@ -100,4 +118,15 @@ void stop_if_requested() {
   int signal = requested.load();
   if (signal == 0 || stopping || !pthread_equal(pthread_self(), main_thread)) return;
   stop(signal);
+}
+
+int wait_readable(int fd) {
+  for (;;) {
+    stop_if_requested();
+    // A descriptor of -1 is left out of the poll.
+    pollfd watch[] = {{fd, POLLIN, 0}, {stop_wake_fd(), POLLIN, 0}};
+    if (poll(watch, 2, -1) < 0 && errno != EINTR) return -1;
+    if (watch[0].revents & POLLNVAL) return -1;
+    if (watch[0].revents != 0) return 0;
+  }
 }

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <spawn.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -94,15 +95,24 @@ pid_t spawn_child(const char* const argv[], int* output, const char* dir, const 
 }
 
 int wait_child(pid_t pid) {
+  // The child's pidfd lets a stop request end the wait the moment it comes; without one (a
+  // kernel before 5.3) only a signal that interrupts the wait does.
+  int fd = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
   int status = 0;
   for (;;) {
-    if (waitpid(pid, &status, 0) == pid) break;
-    if (errno != EINTR) {
+    if (fd >= 0 && wait_readable(fd) != 0) {
+      close(fd);
+      fd = -1;
+    }
+    pid_t ended = waitpid(pid, &status, fd >= 0 ? WNOHANG : 0);
+    if (ended == pid) break;
+    if (ended < 0 && errno != EINTR) {
       status = -1;
       break;
     }
     stop_if_requested();
   }
+  if (fd >= 0) close(fd);
   child_waited();
   return status;
 }
@@ -117,15 +127,12 @@ int run_child_output(const char* const argv[], std::string* output, size_t limit
   pid_t pid = spawn_child(argv, &fd);
   if (pid < 0) return -1;
   char buffer[512];
-  for (;;) {
+  while (wait_readable(fd) == 0) {
     ssize_t n = read(fd, buffer, sizeof buffer);
-    if (n > 0) {
+    if (n > 0)
       output->append(buffer, std::min(static_cast<size_t>(n), limit - std::min(limit, output->size())));
-    } else if (n == 0 || errno != EINTR) {
+    else if (n == 0 || errno != EINTR)
       break;
-    } else {
-      stop_if_requested();
-    }
   }
   close(fd);
   return wait_child(pid);

@@ -11,10 +11,12 @@
 void board_sleep(unsigned seconds);
 
 // Called, when set, around every sleep: kSleepBegins before it, kSleepInterrupted whenever a
-// signal interrupts it (the program's chance to act on a signal in ordinary context; it may
-// not return), kSleepEnds after it.
+// signal or the descriptor it returned interrupts it (the program's chance to act on a signal
+// in ordinary context; it may not return), kSleepEnds after it. The descriptor (or -1 for
+// none), once readable, interrupts the sleep: so a signal that lands after the hook looked
+// and before the sleep blocks is not slept through.
 enum BoardSleepEvent { kSleepBegins, kSleepInterrupted, kSleepEnds };
-extern void (*board_sleep_hook)(BoardSleepEvent event);
+extern int (*board_sleep_hook)(BoardSleepEvent event);
 
 // The millisecond count held in the counter device's 8 bytes: on the robot the word itself; on
 // the simulated board computed from it (sim/common/sim_files.h).

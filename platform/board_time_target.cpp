@@ -1,22 +1,6 @@
-#include <cerrno>
 #include <ctime>
 
 #include "platform/board_time.h"
-
-void (*board_sleep_hook)(BoardSleepEvent) = nullptr;
-
-namespace {
-void tell(BoardSleepEvent event) {
-  if (board_sleep_hook != nullptr) board_sleep_hook(event);
-}
-}  // namespace
-
-void board_sleep(unsigned seconds) {
-  timespec left{static_cast<time_t>(seconds), 0};
-  tell(kSleepBegins);
-  while (nanosleep(&left, &left) != 0 && errno == EINTR) tell(kSleepInterrupted);
-  tell(kSleepEnds);
-}
 
 int board_interval_timer(unsigned seconds) {
   itimerval tv{};

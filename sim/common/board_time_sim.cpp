@@ -1,27 +1,10 @@
 // The board-time seam on the simulated board.
-#include <cerrno>
 #include <cstdint>
 #include <ctime>
 
 #include "platform/board_time.h"
 #include "sim/common/sim_files.h"
 #include "sim/common/wallclock.h"
-
-void (*board_sleep_hook)(BoardSleepEvent) = nullptr;
-
-namespace {
-void tell(BoardSleepEvent event) {
-  if (board_sleep_hook != nullptr) board_sleep_hook(event);
-}
-}  // namespace
-
-void board_sleep(unsigned seconds) {
-  uint64_t ns = static_cast<uint64_t>(seconds) * 1000000000ull / sim::timescale();
-  timespec left{static_cast<time_t>(ns / 1000000000ull), static_cast<long>(ns % 1000000000ull)};
-  tell(kSleepBegins);
-  while (nanosleep(&left, &left) != 0 && errno == EINTR) tell(kSleepInterrupted);
-  tell(kSleepEnds);
-}
 
 int board_interval_timer(unsigned seconds) {
   uint64_t us = static_cast<uint64_t>(seconds) * 1000000ull / sim::timescale();

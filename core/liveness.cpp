@@ -35,11 +35,13 @@ void liveness_init() {
 void note_progress() { last_progress_ms.store(board_monotonic_ms(), std::memory_order_relaxed); }
 
 void described_wait(bool now_waiting) {
-  waiting.store(now_waiting, std::memory_order_relaxed);
+  // Progress first, published with the flag: a feeder that sees the wait over also sees the
+  // time it ended, never the time it began.
   note_progress();
+  waiting.store(now_waiting, std::memory_order_release);
 }
 
 bool main_thread_stalled() {
-  if (limit_ms == 0 || waiting.load(std::memory_order_relaxed)) return false;
+  if (limit_ms == 0 || waiting.load(std::memory_order_acquire)) return false;
   return board_monotonic_ms() - last_progress_ms.load(std::memory_order_relaxed) > limit_ms;
 }

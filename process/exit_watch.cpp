@@ -1,5 +1,6 @@
 #include "process/exit_watch.h"
 
+#include <poll.h>
 #include <sys/epoll.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -44,11 +45,17 @@ void wait_reaped(int pid) {
     nanosleep(&millisecond, nullptr);
 }
 
+// A pidfd is readable once its process has ended, and stays so.
+bool fired(int fd) {
+  pollfd ended{fd, POLLIN, 0};
+  return poll(&ended, 1, 0) > 0;
+}
+
 void* watch(void*) {
   for (;;) {
     epoll_event ended[16];
     int count = epoll_wait(epoll_fd, ended, 16, -1);
-    // Each pidfd is one-shot: it is armed again only when the list holds a new id.
+    // Each pidfd is one-shot: the list's next ids get new ones.
     for (int i = 0; i < count; ++i) wait_reaped(static_cast<int>(ended[i].data.u64));
     if (count > 0 && posting.load(std::memory_order_relaxed)) OS_SendQueue(CHECK_PROCESS);
   }
@@ -73,7 +80,8 @@ void exit_watch_follow(const std::deque<ProcessInfo>& processes) {
   if (epoll_fd < 0) return;
   std::vector<Watched> kept;
   for (const Watched& item : watched) {
-    if (holds(processes, item.pid)) {
+    // A daemon that got its old id back is a new process: the fired pidfd is not its.
+    if (holds(processes, item.pid) && !fired(item.fd)) {
       kept.push_back(item);
     } else {
       epoll_ctl(epoll_fd, EPOLL_CTL_DEL, item.fd, nullptr);

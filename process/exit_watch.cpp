@@ -8,29 +8,37 @@
 #include <algorithm>
 #include <atomic>
 #include <csignal>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <mutex>
 #include <vector>
 
 #include "core/event_queue.h"
 #include "core/log_line.h"
 #include "core/threads.h"
+#include "platform/board_time.h"
 
 namespace {
 
 struct Watched {
   int pid;
   int fd;
+  int64_t since_ms;  // board time at which the watch of this process began
 };
 
 // A daemon that ended stays a zombie until its parent reaps it, and a zombie still takes
 // signal 0: the check would find it alive. The init reaps daemons started in the background
 // at once; a parent that never reaps leaves the zombie to the check as it stands.
 constexpr int kReapWaitMs = 50;
+// A daemon that ends sooner after its watch began is left to the next tick: one that dies at
+// once is then restarted no more often than the one-second check would.
+constexpr int64_t kLeastRunMs = 1000;
 
 int epoll_fd = -1;
-std::vector<Watched> watched;  // the main thread's
+std::mutex watched_lock;  // the main thread changes the set, the watcher reads its times
+std::vector<Watched> watched;
 std::atomic<bool> posting{true};
 pthread_t watcher;
 
@@ -45,6 +53,12 @@ void wait_reaped(int pid) {
     nanosleep(&millisecond, nullptr);
 }
 
+bool ran_long_enough(int pid) {
+  std::lock_guard<std::mutex> hold(watched_lock);
+  auto item = std::find_if(watched.begin(), watched.end(), [pid](const Watched& w) { return w.pid == pid; });
+  return item != watched.end() && board_monotonic_ms() - item->since_ms >= kLeastRunMs;
+}
+
 // A pidfd is readable once its process has ended, and stays so.
 bool fired(int fd) {
   pollfd ended{fd, POLLIN, 0};
@@ -55,9 +69,15 @@ void* watch(void*) {
   for (;;) {
     epoll_event ended[16];
     int count = epoll_wait(epoll_fd, ended, 16, -1);
+    bool check = false;
     // Each pidfd is one-shot: the list's next ids get new ones.
-    for (int i = 0; i < count; ++i) wait_reaped(static_cast<int>(ended[i].data.u64));
-    if (count > 0 && posting.load(std::memory_order_relaxed)) OS_SendQueue(CHECK_PROCESS);
+    for (int i = 0; i < count; ++i) {
+      int pid = static_cast<int>(ended[i].data.u64);
+      if (!ran_long_enough(pid)) continue;
+      wait_reaped(pid);
+      check = true;
+    }
+    if (check && posting.load(std::memory_order_relaxed)) OS_SendQueue(CHECK_PROCESS);
   }
   return nullptr;
 }
@@ -78,6 +98,7 @@ void exit_watch_start(const std::deque<ProcessInfo>& processes) {
 
 void exit_watch_follow(const std::deque<ProcessInfo>& processes) {
   if (epoll_fd < 0) return;
+  std::lock_guard<std::mutex> hold(watched_lock);
   std::vector<Watched> kept;
   for (const Watched& item : watched) {
     // A daemon that got its old id back is a new process: the fired pidfd is not its.
@@ -98,7 +119,7 @@ void exit_watch_follow(const std::deque<ProcessInfo>& processes) {
     event.events = EPOLLIN | EPOLLONESHOT;
     event.data.u64 = static_cast<uint64_t>(pid);
     epoll_ctl(epoll_fd, EPOLL_CTL_ADD, fd, &event);
-    kept.push_back({pid, fd});
+    kept.push_back({pid, fd, board_monotonic_ms()});
   }
   watched.swap(kept);
 }

@@ -1,7 +1,8 @@
 // Beyond the described behaviour, opt-in with CUSTODO_FAST_RESTART=1: every daemon of the list
 // is watched through a pidfd, and the moment one ends an extra CHECK_PROCESS is posted, so the
-// check that finds it gone, with all its lines, runs at once instead of at the next tick. Off
-// by default: the one-second timer alone drives the checks.
+// check that finds it gone, with all its lines, runs at once instead of at the next tick. Only
+// for a daemon watched for a second or more: one that dies sooner waits for the tick, as
+// without the option. Off by default: the one-second timer alone drives the checks.
 #pragma once
 #include <deque>
 

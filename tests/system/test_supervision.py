@@ -3,8 +3,11 @@
 # period forgets crashes, and the stop paths. (A daemon that vanished and is started again: the
 # cloud-client reset in test_messages.py, and the crash storm in test_faults.py.)
 
+import os
 import re
 import signal
+
+import pytest
 
 from supervisor_log import (COUNTER, FAST, PHASE_6, REVERSE, after, crash_counter, in_order, messages,
                             run, stamps, started, supervisor_exits, wait_checks)
@@ -150,7 +153,7 @@ def test_fast_restart_checks_a_vanished_daemon_at_once(board):
     # Twice: the second time the watch follows the restarted daemon's new id.
     for round_ in (1, 2):
         pid = started(board, "chimer")[-1]
-        wait_checks(board, 1)
+        wait_checks(board, 2)  # watched for a second at least
         tick = stamps(board, "CHECK_PROCESS")[-1]
         board.kill("chimer", "KILL")
         found = int(board.wait_console("Process: %d chimer disappeared??" % pid).split()[0])
@@ -160,3 +163,17 @@ def test_fast_restart_checks_a_vanished_daemon_at_once(board):
     # Ctrl-C on the board reaches the supervisor, which stops its daemons first.
     assert board.stop(signal.SIGINT) == 0
     assert supervisor_exits(board) == [2] and board.texts("init")[-1] == "end of run: interrupted"
+
+
+@pytest.mark.parametrize("fast", ["1", "0"], ids=["fast restart", "checks alone"])
+def test_a_daemon_that_dies_at_once_is_restarted_once_a_second(board, fast):
+    board.write("opt/belvane/watchdog/ProcessList.conf",
+                "tqlogd,tqlogd &,0,3,0\nblink,blink &,0,1,0\nCoreCtl,CoreCtl &,1,5,0\n")
+    # It lives long enough to be found after its start, and watched.
+    os.chmod(board.write("bin/blink", "#!/bin/sh\nsleep 0.1\n"), 0o755)
+    board.run(env={"CUSTODO_FAST_RESTART": fast})
+    begin = int(board.wait_console(PHASE_6).split()[0])
+    board.wait(lambda: stamps(board, "CHECK_PROCESS")[-1:] > [begin + 5500], what="five seconds of checks")
+    restarts = [line for line in board.console()
+                if "blink disappeared??" in line and int(line.split()[0]) <= begin + 5000]
+    assert 3 <= len(restarts) <= 6, restarts

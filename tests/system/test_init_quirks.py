@@ -4,7 +4,7 @@ with SIGCHLD ignored."""
 import os
 
 from board import program, wait_for
-from supervisor_log import messages
+from supervisor_log import PHASE_6, messages, started
 
 
 def started_through(board, python):
@@ -16,6 +16,16 @@ def started_through(board, python):
                 % (program("custodo"), python))
     os.chmod(path, 0o755)
     return path
+
+
+def test_a_parent_that_never_reaps_leaves_the_restarts_alone(board):
+    # The supervisor's parent waits for it alone: a daemon left to it would stay a zombie.
+    board.run(custodo=started_through(board, "sys.exit(subprocess.call(custodo))"))
+    board.wait_console(PHASE_6)
+    pid = started(board, "chimer")[-1]
+    board.kill("chimer", "KILL")
+    board.wait_console("Process: %d chimer disappeared??" % pid)
+    wait_for(lambda: len(started(board, "chimer")) == 2, what="chimer started again")
 
 
 def test_with_sigchld_ignored_every_command_has_its_own_outcome(board):

@@ -70,9 +70,15 @@ def crash_counter(board, text=None):
 
 
 def supervisor_exits(board):
-    # The exit statuses of the supervisor so far in this run, from the init's record.
-    return [int(m.group(1)) for m in (re.search(r"exit status (\d+)$", t) for t in board.texts("init"))
-            if m]
+    # The exit statuses of the supervisor so far in this run, from the init's record. An exit seen
+    # for the first time waits for the console to catch up: the init records it at once, the
+    # console's relay passes the supervisor's last lines on when it runs.
+    exits = [int(m.group(1)) for m in (re.search(r"exit status (\d+)$", t) for t in board.texts("init"))
+             if m]
+    if len(exits) > board.exits_seen:
+        board.console_caught_up()
+        board.exits_seen = len(exits)
+    return exits
 
 
 # Messages to and from the supervisor, module 7.

@@ -52,7 +52,8 @@ def test_readiness_ends_the_wait_and_others_change_nothing(board):
     board.wait_console(PHASE_6)
     gap = stamps(board, "netmgrd", "daemons")[0] - stamps(board, "AppBridge", "daemons")[0]
     ready = re.search(r"ready after (\d+) ms", board.wait_console("notify: AppBridge ready after"))
-    assert 1000 <= int(ready.group(1)) < 3000 and 1000 <= gap < 3000, gap
+    # The stub counts its second from its own start, a little before the supervisor's wait begins.
+    assert int(ready.group(1)) < 3000 and 1000 <= gap < 3000, (ready.group(1), gap)
     in_order(messages(board), ["sleep 10 s", re.compile(r"notify: AppBridge ready after \d+ ms: its wait after start ends"),
                                "tq_system: netmgrd &"])
     path = board.path("run/custodo/notify")

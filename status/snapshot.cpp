@@ -232,7 +232,11 @@ void status_mode(int mode) {
 }
 
 void status_crashes(int current, int total) {
-  apply([&](Snapshot& s) { return set(s.current_crashes, current) | set(s.total_crashes, total); });
+  apply([&](Snapshot& s) {
+    const bool current_changed = set(s.current_crashes, current);
+    const bool total_changed = set(s.total_crashes, total);
+    return current_changed || total_changed;
+  });
 }
 
 void status_boot_reason(int word) {
@@ -240,7 +244,11 @@ void status_boot_reason(int word) {
 }
 
 void status_partition(int booted, int flag) {
-  apply([&](Snapshot& s) { return set(s.booted, booted) | set(s.partition_flag, flag); });
+  apply([&](Snapshot& s) {
+    const bool booted_changed = set(s.booted, booted);
+    const bool flag_changed = set(s.partition_flag, flag);
+    return booted_changed || flag_changed;
+  });
 }
 
 void status_update_progress(int flag) {
@@ -290,10 +298,12 @@ void status_pids(const std::deque<ProcessInfo>& processes) {
     for (size_t i = 0; i < s.daemons.size() && i < processes.size(); ++i) {
       Daemon& d = s.daemons[i];
       int pid = processes[i].pid;
-      if (pid >= 1)
-        changed |= change_state(d, DaemonState::Running) | set(d.pid, pid);
-      else if (d.state == DaemonState::Running)
+      if (pid >= 1) {
+        changed |= change_state(d, DaemonState::Running);
+        changed |= set(d.pid, pid);
+      } else if (d.state == DaemonState::Running) {
         changed |= change_state(d, DaemonState::Vanished);
+      }
     }
     return changed;
   });

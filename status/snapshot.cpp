@@ -189,6 +189,13 @@ bool set(Field& field, const Value& value) {
   return true;
 }
 
+// Whether any of the settings changed something: each is made before the call, where an ||
+// would skip those after the first change.
+template <typename... Changed>
+bool any(Changed... changed) {
+  return (changed || ...);
+}
+
 bool change_state(Daemon& d, DaemonState state) {
   if (d.state == state) return false;
   d.state = state;
@@ -233,9 +240,7 @@ void status_mode(int mode) {
 
 void status_crashes(int current, int total) {
   apply([&](Snapshot& s) {
-    const bool current_changed = set(s.current_crashes, current);
-    const bool total_changed = set(s.total_crashes, total);
-    return current_changed || total_changed;
+    return any(set(s.current_crashes, current), set(s.total_crashes, total));
   });
 }
 
@@ -244,11 +249,7 @@ void status_boot_reason(int word) {
 }
 
 void status_partition(int booted, int flag) {
-  apply([&](Snapshot& s) {
-    const bool booted_changed = set(s.booted, booted);
-    const bool flag_changed = set(s.partition_flag, flag);
-    return booted_changed || flag_changed;
-  });
+  apply([&](Snapshot& s) { return any(set(s.booted, booted), set(s.partition_flag, flag)); });
 }
 
 void status_update_progress(int flag) {
@@ -299,8 +300,7 @@ void status_pids(const std::deque<ProcessInfo>& processes) {
       Daemon& d = s.daemons[i];
       int pid = processes[i].pid;
       if (pid >= 1) {
-        changed |= change_state(d, DaemonState::Running);
-        changed |= set(d.pid, pid);
+        changed |= any(change_state(d, DaemonState::Running), set(d.pid, pid));
       } else if (d.state == DaemonState::Running) {
         changed |= change_state(d, DaemonState::Vanished);
       }

@@ -101,17 +101,20 @@ void check_memory(RobotProcessManagement& manager, Rule& rule, const ProcessInfo
 }
 
 // To the status snapshot, which is rewritten only when something in it changed.
-void report_status(const std::string& name) {
-  PolicyStatus now;
-  policy_status(name, &now);
+void report_status(const Rule& rule) {
   PolicyReport report;
-  report.ready = now.ready;
-  if (now.heartbeat_age_ms >= 0) report.heartbeat_age_s = static_cast<int>(now.heartbeat_age_ms / 1000);
-  report.status = now.status;
-  report.backoff_s = now.backoff_s;
-  if (now.resident_bytes >= 0) report.resident_kib = static_cast<int>(now.resident_bytes / 1024);
-  if (now.memory_max != 0) report.memory_max_kib = static_cast<int>(std::min<uint64_t>(now.memory_max / 1024, INT_MAX));
-  status_policy(name, report);
+  if (notifying && speaks(rule.policy)) {
+    NotifyState heard = notify_state(rule.policy.name);
+    report.ready = heard.ready;
+    if (heard.last_watchdog_ms != 0)
+      report.heartbeat_age_s = static_cast<int>((board_monotonic_ms() - heard.last_watchdog_ms) / 1000);
+    report.status = heard.status;
+  }
+  report.backoff_s = rule.backoff_s;
+  if (rule.resident_bytes >= 0) report.resident_kib = static_cast<int>(rule.resident_bytes / 1024);
+  if (rule.policy.memory_max != 0)
+    report.memory_max_kib = static_cast<int>(std::min<uint64_t>(rule.policy.memory_max / 1024, INT_MAX));
+  status_policy(rule.policy.name, report);
 }
 
 }  // namespace
@@ -167,7 +170,7 @@ void policy_check(RobotProcessManagement& manager) {
     if (rule.policy.heartbeat_s != 0 && notifying) check_heartbeat(rule, *rec, now);
     if (rule.policy.memory_max != 0) check_memory(manager, rule, *rec);
   }
-  for (Rule& rule : rules) report_status(rule.policy.name);
+  for (const Rule& rule : rules) report_status(rule);
 }
 
 RestartTurn policy_restart_turn(const std::string& name) {
@@ -194,20 +197,4 @@ bool policy_put_off_restart(const std::string& name) {
   rule->restart_at_ms = std::max(rule->started_ms, rule->seen_ms) + delay * int64_t{1000};
   rule->restart_waits = delay != 0 && now + kHalfCheckMs < rule->restart_at_ms;
   return rule->restart_waits;
-}
-
-bool policy_status(const std::string& name, PolicyStatus* out) {
-  Rule* rule = rule_of(name);
-  if (rule == nullptr) return false;
-  *out = PolicyStatus{};
-  if (notifying && speaks(rule->policy)) {
-    NotifyState heard = notify_state(name);
-    out->ready = heard.ready;
-    if (heard.last_watchdog_ms != 0) out->heartbeat_age_ms = board_monotonic_ms() - heard.last_watchdog_ms;
-    out->status = heard.status;
-  }
-  out->backoff_s = rule->backoff_s;
-  out->resident_bytes = rule->resident_bytes;
-  out->memory_max = rule->policy.memory_max;
-  return true;
 }

@@ -3,7 +3,6 @@
 // file, or for a daemon without rules, every call here returns at once and changes nothing: no
 // socket, no thread, no variable in an environment, no log line, no system call.
 #pragma once
-#include <cstdint>
 #include <deque>
 #include <string>
 
@@ -43,15 +42,3 @@ RestartTurn policy_restart_turn(const std::string& name);
 // Monitor, for an ordinary daemon found gone and counted: true when its restart waits (a
 // restart-backoff daemon that died within a minute of its start); a line when the wait changes.
 bool policy_put_off_restart(const std::string& name);
-
-// For the status snapshot, main thread: a daemon with a rule, as the last check saw it.
-struct PolicyStatus {
-  bool ready = false;             // READY=1 came from its current process
-  int64_t heartbeat_age_ms = -1;  // since its last WATCHDOG=1; -1: none from this process
-  std::string status;             // its last STATUS= text
-  int backoff_s = 0;              // the restart delay in force; 0: restarted at once
-  int64_t resident_bytes = -1;    // memory-max daemons: at the last check; -1: not read
-  uint64_t memory_max = 0;        // 0: no cap
-};
-// False for a daemon without a rule.
-bool policy_status(const std::string& name, PolicyStatus* out);

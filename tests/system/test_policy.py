@@ -102,8 +102,10 @@ def test_backoff_spaces_the_restarts_of_a_daemon_that_dies_at_once(board):
     run(board, env={"CUSTODO_SIM_TIMESCALE": "4"})
     wait_for(lambda: len(stamps(board, "tq_system: true &")) >= 6, what="six starts")
     starts = stamps(board, "tq_system: true &")
-    # The first start's end is found after the start-up's last second.
-    assert [round((b - a) / 1000) for a, b in zip(starts[1:], starts[2:6])] == [2, 4, 8, 8], starts
+    # The first start's end is found after the start-up's last second. A restart is due at the
+    # check nearest its time; on a busy machine the checks may come late, never early.
+    gaps = [(b - a) / 1000 for a, b in zip(starts[1:], starts[2:6])]
+    assert all(wait - 0.5 <= gap < wait + 2 for gap, wait in zip(gaps, [2, 4, 8, 8])), starts
     waits = [m for m in messages(board) if m.startswith("restart-backoff: crashd")]
     assert [w.split()[-2] for w in waits] == ["1", "2", "4", "8"]
     lines = [s for s in stamps(board, "") if starts[3] <= s < starts[5]]

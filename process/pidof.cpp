@@ -2,8 +2,8 @@
 
 #include "core/log_line.h"
 #include "process/exit_watch.h"
-#include "process/policy.h"
 #include "process/own_processes.h"
+#include "process/policy.h"
 #include "process/process_management.h"
 #include "status/snapshot.h"
 
